@@ -1,0 +1,1 @@
+// Gives a target without sources of its own something to compile.
