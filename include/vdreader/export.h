@@ -1,0 +1,30 @@
+/*
+ * How the names of the library cross its boundary, for C99 and C++20 alike.
+ *
+ * VDREADER_API marks a C function, VDREADER_MEMBER a member of an exported class.  On Windows the C
+ * functions leave the library through its module definition file; elsewhere the version script
+ * decides and the attribute only lifts the names out of the hidden default.
+ */
+#ifndef VDREADER_EXPORT_H
+#define VDREADER_EXPORT_H
+
+#if defined(_WIN32) && defined(VDREADER_BUILDING)
+#  define VDREADER_API
+#  define VDREADER_MEMBER __declspec(dllexport)
+#elif defined(_WIN32)
+#  define VDREADER_API __declspec(dllimport)
+#  define VDREADER_MEMBER __declspec(dllimport)
+#else
+#  define VDREADER_API __attribute__((visibility("default")))
+#  define VDREADER_MEMBER __attribute__((visibility("default")))
+#endif
+
+#if defined(__GNUC__) || defined(__clang__)
+#  define VDREADER_NORETURN __attribute__((noreturn))
+#elif defined(_MSC_VER)
+#  define VDREADER_NORETURN __declspec(noreturn)
+#else
+#  define VDREADER_NORETURN
+#endif
+
+#endif
