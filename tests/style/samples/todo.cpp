@@ -1,0 +1,3 @@
+// expect: todo
+// TODO: someone should.
+// TODO(ann): an owner is enough.
