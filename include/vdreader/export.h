@@ -19,6 +19,12 @@
 #  define VDREADER_MEMBER __attribute__((visibility("default")))
 #endif
 
+/* Defined where the name `error` is linked from the library.  The linker of a host elsewhere finds
+ * the C library's function of that name; log.h says how ours is called there. */
+#if defined(VDREADER_BUILDING) || (defined(_WIN32) && !defined(VDREADER_NO_ERROR_NAME))
+#  define VDREADER_LINKS_ERROR
+#endif
+
 #if defined(__GNUC__) || defined(__clang__)
 #  define VDREADER_NORETURN __attribute__((noreturn))
 #elif defined(_MSC_VER)

@@ -1,9 +1,10 @@
 /*
  * Readers of the family's data files: initialisation, walks and the last failure.
  *
- * Every reader has one state for the whole process and there is no context object.  The classes
- * reader and the two futures readers do not depend on each other.  A reader may be initialised anew
- * whenever no walk of it is running, so not from one of its own callbacks.  Nothing shuts a reader
+ * Every reader has one state for the whole process and there is no context object.  The readers of
+ * dynamic parameters and alerts are initialised after the classes reader; the two futures readers
+ * depend on no other.  A reader may be initialised anew whenever no walk of it is running, so not
+ * from one of its own callbacks.  Nothing shuts a reader
  * down: its state is released when the library is unloaded.
  *
  * Results: 1 for success, 0 for failure.  After 0, get_vdreader_error() tells why; a success does
@@ -18,10 +19,10 @@
  * Ini paths are taken as they stand, so relative ones count from the working directory.
  *
  * C++ callers: an exception that derives from std::exception and leaves a callback ends a walk with
- * 0 and its what() as the last error, in for_each_class, for_each_futlimit and
+ * 0 and its what() as the last error, in for_each_class, for_each_alert, for_each_futlimit and
  * for_each_futposition.  All other exceptions, and all exceptions from a callback of the security
- * walks, reach the caller of the walk.  Where memory runs out, the last error is the text of
- * std::bad_alloc.
+ * walks and of for_each_dynamic_params, reach the caller of the walk.  Where memory runs out, the
+ * last error is the text of std::bad_alloc.
  */
 #ifndef VDREADER_READERS_H
 #define VDREADER_READERS_H
@@ -43,6 +44,14 @@ typedef struct PARAMS_DESC sParDesc;
 /* One security of a class (a SECURITY_DESC of descriptors.hpp).  Valid as long as its class. */
 typedef struct SECURITY_DESC sSecurityDesc;
 
+/* One change record of the current data, laid out in dynparams.h, and the latest values of one
+ * security. */
+typedef struct sDynParams sDynParams;
+typedef struct sLastDynParams sLastDynParams;
+
+/* One alert.  Valid only during the callback that it was given to. */
+typedef struct sAlertDesc sAlertDesc;
+
 /* One futures limit.  Valid only during the callback that it was given to. */
 typedef struct sFutLimit sFutLimit;
 
@@ -51,11 +60,13 @@ typedef struct sFutPosition sFutPosition;
 
 /*
  * Callbacks.  Result 1 goes on with the next record.  Result 2 stops the walk: the class and
- * security walks then return 0, the futures walks 1.  Any other result stops the walk, which
- * returns 0.  A walk that a callback stopped leaves the last error as it was.
+ * security walks then return 0, all others 1.  Any other result stops the walk, which returns 0.  A
+ * walk that a callback stopped leaves the last error as it was.
  */
 typedef int32_t (*ClassCallback)(sClassParUnitedDesc* classDesc);
 typedef int32_t (*SecurityCallback)(sClassParUnitedDesc* classDesc, sSecurityDesc* security);
+typedef int32_t (*DynParamsCallback)(sDynParams* record);
+typedef int32_t (*AlertCallback)(sAlertDesc* alert);
 typedef int32_t (*FutLimitCallback)(sFutLimit* limit);
 typedef int32_t (*FutPositionCallback)(sFutPosition* position);
 
@@ -117,6 +128,93 @@ VDREADER_API int32_t for_each_security(SecurityCallback callback);
  * initialized".
  */
 VDREADER_API int32_t for_each_security_in_class(const char* classCode, SecurityCallback callback);
+
+/* ---- dynamic parameters: data.vd ---- */
+
+/*
+ * Takes the file name from key `dynparams` (default "data.vd") of `section` in `iniFile`, by the
+ * rule for names told at init_vdreader_classes, and keeps the file open: its slots stay mapped
+ * until the next initialisation.  On entry the reader is no longer ready, and a failure leaves it
+ * so.
+ *
+ * The file is opened for reading and writing, shared with a server; curdata.hpp tells what a load
+ * changes in it.  An empty file is laid out, 54 MB and more.
+ *
+ * Failures: "classes storage is not initialized" (classes come first), "Read ini file error. File%s
+ * line:%d", "vdreader can not find 'dynparams' setting or setting is empty", "alerts file " and the
+ * path and " can not be opened", "File type is incorrect", and the others of TCurrentData::LoadData
+ * in curdata.hpp.  The first four leave the file of an earlier initialisation open; the others have
+ * let go of it.
+ */
+VDREADER_API int32_t init_vdreader_dyn_params(const char* iniFile, const char* section);
+
+/* The same for a named file, by the same rule for names.  Also fails with "provided dynparams file
+ * name is empty" for a null or empty name. */
+VDREADER_API int32_t init_vdreader_dyn_params_file(const char* fileName);
+
+/*
+ * Walks the change records from the first page of the journal on, as far as the server has written
+ * them.  Records of a class or security that is not loaded are left out.  A record with a negative
+ * running number ends the walk with 1.  All records come in the same buffer.  The journal is
+ * read in pages: what the server adds to a page after the walk has read it is left out, also where
+ * the walk goes on to a following page, and comes in the next walk.
+ *
+ * The walk keeps some 83 KB of memory for the life of the process: a caller that walks again and
+ * again pays for it each time.
+ *
+ * Failures: "classes storage is not initialized", "dynamic parameters storage is not initialized".
+ * A failure of the file is not caught: a CError or COSError reaches the caller, as does any
+ * exception of the callback.  A record whose mask is longer than 16 bytes breaks the file's
+ * contract: a line on standard error, and the process ends with the structured exception 0xC0000417
+ * on Windows, by abort on Linux.
+ */
+VDREADER_API int32_t for_each_dynamic_params(DynParamsCallback callback);
+
+/* ---- alerts: alert.vd ---- */
+
+/*
+ * Takes the file name from key `alerts` (default "alert.vd") of `section` in `iniFile`, by the rule
+ * for names told at init_vdreader_classes, and tries to open it.  A file of any content will do.
+ *
+ * Failures: "classes storage is not initialized" where no classes are loaded, though nothing of
+ * them is used; "alerts file " and the path and " can not be opened", after which the reader holds
+ * the configured name as it stands in the ini file; "Read ini file error. File%s line:%d" and
+ * "vdreader can not find 'alerts' setting or setting is empty", which leave the name as it was.
+ */
+VDREADER_API int32_t init_vdreader_alerts(const char* iniFile, const char* section);
+
+/*
+ * Walks the alerts that the file held when the walk began; it needs no initialisation.  Before any
+ * init_vdreader_alerts the name is "alert.vd" in the working directory.  On Windows the name is
+ * taken in the code page of the current C locale.
+ *
+ * The file is opened for reading and writing, shared with a server.  A missing file is made, and a
+ * file that is no alert file is EMPTIED and laid out anew, with a line in the event log; the walk
+ * then returns 1 without a call.  A walk over a good file may lengthen it with zeros where an alert
+ * stands near its end, and adds a table where a number has none; it changes no alert.
+ *
+ * A file that a server makes longer during a walk may end it with the last but two failures below;
+ * the caller walks again.  A walk maps some 3,276,800 bytes at a time (on Linux up to four times as
+ * much, in windows that hold its views).  Alerts are decoded one by one; their memory is
+ * used again for the next one.
+ *
+ * Failures, after the alerts in front were handed out:
+ * "libn::storage::Array::getPos:recNo<%d>" (an alert is missing),
+ * "libn::storage::RecNo index overflow:recNo<%d>" (a number of 268,435,456 or more),
+ * "libn::storage word beyond reach:NAME<%d>" (a damaged index; NAME is root, table, head, body or
+ * nextFree), "vector too long" (a stored length of more than 1 GiB).
+ * Failures of the file: "MappableStorageFile open
+ * CreateFile:name()<%s>error.message().c_str()<%s>", "MappableStorageFile
+ * createMapping:name().c_str()<%s>end<%d>GetLastError()<%d>", "MappableStorageFile mapPtr. Ensure
+ * offset is n multiple memory page size.:name()<%s>offset<%d>n<%d>GetLastError()<%d>",
+ * "MappableStorageFile unmapPtr:name()<%s>GetLastError()<%d>",
+ * "MappableStorageFile clear SetFilePointer:name()<%s>GetLastError()<%d>",
+ * "MappableStorageFile clear SetEndOfFile:name()<%s>GetLastError()<%d>",
+ * "MappableStorageFile closeHanle:m_filePath.c_str()<%s>GetLastError()<%d>".
+ * Where a file cannot be released even at the second try, the failure is reported to the error log
+ * and the process ends.
+ */
+VDREADER_API int32_t for_each_alert(AlertCallback callback);
 
 /* ---- futures limits: flimit.vd ---- */
 

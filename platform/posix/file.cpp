@@ -12,6 +12,7 @@
 namespace platform {
 
 const int textEndMark = -1;
+constinit const std::string_view textLineEnd = "\n";
 
 namespace system {
 

@@ -11,6 +11,10 @@ namespace platform {
 const PathForm pathForm = {
     .separator = '/', .alternate = '\\', .drives = false, .absolutePrefix = 1};
 
+bool processEnds() noexcept {
+    return false;
+}
+
 namespace system {
 
 std::size_t executablePath(char* out, std::size_t size) {

@@ -9,6 +9,7 @@
 namespace platform {
 
 const int textEndMark = 0x1A;
+constinit const std::string_view textLineEnd = "\r\n";
 
 namespace system {
 

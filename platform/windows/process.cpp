@@ -11,6 +11,13 @@ namespace platform {
 const PathForm pathForm = {
     .separator = '\\', .alternate = '\0', .drives = true, .absolutePrefix = 2};
 
+bool processEnds() noexcept {
+    using Question = BOOLEAN(WINAPI*)();
+    static const auto question = reinterpret_cast<Question>(reinterpret_cast<void*>(
+        ::GetProcAddress(::GetModuleHandleA("ntdll.dll"), "RtlDllShutdownInProgress")));
+    return question != nullptr && question();
+}
+
 namespace system {
 
 std::size_t executablePath(char* out, std::size_t size) {

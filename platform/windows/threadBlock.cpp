@@ -5,7 +5,11 @@
 #include "platform/threadBlock.h"
 
 #include <windows.h>
+#include <atomic>
+#include <new>
+#include <utility>
 
+#include "../src/threadEndHooks.h"
 #include "platform/error.h"
 
 namespace platform {
@@ -13,20 +17,45 @@ namespace platform {
 namespace {
 
 constinit DWORD slot = TLS_OUT_OF_INDEXES; // constant, so good before any initialiser has run
-alignas(std::max_align_t) unsigned char spareBlock[kThreadBlockSize];
 
-void* makeBlock() noexcept {
-    void* block = ::HeapAlloc(::GetProcessHeap(), HEAP_ZERO_MEMORY, kThreadBlockSize);
-    if (block != nullptr && !::TlsSetValue(slot, block)) {
-        ::HeapFree(::GetProcessHeap(), 0, block);
+struct Block {
+    alignas(std::max_align_t) unsigned char bytes[kThreadBlockSize];
+    ThreadEndHooks atEnd;
+    std::shared_ptr<void> carried;
+};
+Block spareBlock = {};
+
+constinit std::atomic<std::shared_ptr<void> (*)()> maker{nullptr};
+
+std::shared_ptr<void> makeCarried() noexcept {
+    const auto make = maker.load(std::memory_order_acquire);
+    try {
+        return make != nullptr ? make() : nullptr;
+    } catch (...) {
+        return nullptr; // there is no memory for it: the thread goes without
+    }
+}
+
+Block* makeBlock() noexcept {
+    std::shared_ptr<void> carried = makeCarried();
+    void* const memory = ::HeapAlloc(::GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(Block));
+    if (memory == nullptr)
+        return nullptr;
+    if (!::TlsSetValue(slot, memory)) {
+        ::HeapFree(::GetProcessHeap(), 0, memory);
         return nullptr;
     }
+    auto* const block = new (memory) Block{};
+    block->carried = std::move(carried);
     return block;
 }
 
 void freeBlock() noexcept {
-    if (void* block = ::TlsGetValue(slot)) {
+    if (auto* block = static_cast<Block*>(::TlsGetValue(slot))) {
+        block->atEnd.run(block->bytes);
+        block->carried.reset();
         ::TlsSetValue(slot, nullptr);
+        block->~Block();
         ::HeapFree(::GetProcessHeap(), 0, block);
     }
 }
@@ -58,16 +87,35 @@ void NTAPI onThreadEvent(PVOID, DWORD reason, PVOID processEnds) {
     }
 }
 
-} // namespace
-
-void* threadBlock() noexcept {
+Block& currentBlock() noexcept {
     if (slot == TLS_OUT_OF_INDEXES)
         return spareBlock;
     const LastErrorKeeper keeper; // a successful TlsGetValue clears the last error
-    void* block = ::TlsGetValue(slot);
+    auto* block = static_cast<Block*>(::TlsGetValue(slot));
     if (block == nullptr)
         block = makeBlock();
-    return block != nullptr ? block : spareBlock;
+    return block != nullptr ? *block : spareBlock;
+}
+
+} // namespace
+
+void* threadBlock() noexcept {
+    return currentBlock().bytes;
+}
+
+bool callAtThreadEnd(void (*hook)(void* block)) noexcept {
+    return currentBlock().atEnd.add(hook);
+}
+
+void carryForEachThread(std::shared_ptr<void> (*make)()) noexcept {
+    maker.store(make, std::memory_order_release);
+    Block& block = currentBlock();
+    if (&block != &spareBlock && block.carried == nullptr)
+        block.carried = makeCarried();
+}
+
+const std::shared_ptr<void>& carriedByThread() noexcept {
+    return currentBlock().carried;
 }
 
 } // namespace platform

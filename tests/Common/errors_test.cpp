@@ -3,13 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
 #include <type_traits>
+#include <utility>
 
+#include "support/failingMalloc.h"
 #include "support/field.h"
 
 namespace {
-
-bool mallocFails = false;
 
 char* owned(const char* text) {
     const std::size_t size = std::strlen(text) + 1;
@@ -17,12 +18,6 @@ char* owned(const char* text) {
 }
 
 } // namespace
-
-// The program is linked so that every call of malloc in its own objects comes here.
-extern "C" void* __real_malloc(std::size_t size);
-extern "C" void* __wrap_malloc(std::size_t size) {
-    return mallocFails ? nullptr : __real_malloc(size);
-}
 
 TEST(Errors, TreeHasOneBaseAtEachStep) {
     static_assert(std::is_base_of_v<std::exception, sarn::Exception>);
@@ -112,10 +107,10 @@ TEST(Errors, OwnedDescriptionIsDuplicated) {
 
 TEST(Errors, OwnedFlagStaysSetWhenTheCopyFails) {
     const sarn::Exception error(owned("mine"), true);
-    mallocFails = true;
     {
+        std::optional<FailingMalloc> failing(std::in_place);
         const sarn::Exception copy(error); // NOLINT(performance-unnecessary-copy-initialization)
-        mallocFails = false;
+        failing.reset();
         EXPECT_STREQ(copy.what(), "Memory allocation for exception description has been failed");
         EXPECT_TRUE(copy.ownsDescription);
     }

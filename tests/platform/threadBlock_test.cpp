@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <cstring>
 #include <set>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/error.h"
@@ -33,6 +35,7 @@ TEST(ThreadBlock, IsZeroAtTheStartOfEveryThread) {
         EXPECT_TRUE(zero) << i;
     }
     EXPECT_EQ(*static_cast<const unsigned char*>(platform::threadBlock()), 0x5A);
+    std::memset(platform::threadBlock(), 0, platform::kThreadBlockSize);
 }
 
 TEST(ThreadBlock, StaysTheSameForItsThread) {
@@ -61,6 +64,141 @@ TEST(ThreadBlock, AccessKeepsTheLastError) {
     std::thread([&code] {
         platform::setLastError(5);
         platform::threadBlock();
+        code = platform::lastError();
+    }).join();
+    EXPECT_EQ(code, 5u);
+}
+
+// ---- the end of a thread ----
+
+TEST(ThreadEnd, HookGetsTheBlockOfItsThreadOnce) {
+    static std::atomic<int> calls;
+    static void* given;
+    static unsigned char first;
+    calls = 0;
+    void* block = nullptr;
+    std::thread([&block] {
+        block = platform::threadBlock();
+        std::memset(block, 0x77, platform::kThreadBlockSize);
+        platform::callAtThreadEnd([](void* ofThread) {
+            given = ofThread;
+            first = *static_cast<const unsigned char*>(ofThread);
+            ++calls;
+        });
+        EXPECT_EQ(calls, 0);
+    }).join();
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(given, block);
+    EXPECT_EQ(first, 0x77); // what it held is still there
+}
+
+TEST(ThreadEnd, HookStillReachesTheBlockByItsCall) {
+    static std::atomic<bool> same;
+    same = false;
+    std::thread([] {
+        platform::callAtThreadEnd(
+            [](void* ofThread) { same = platform::threadBlock() == ofThread; });
+    }).join();
+    EXPECT_TRUE(same);
+}
+
+namespace {
+
+std::string* ended = nullptr;
+
+template <char letter>
+void note(void*) {
+    *ended += letter;
+}
+
+// The letters of the hooks that ran at the end of a thread which entered them.
+template <class Enter>
+std::string hooksOf(Enter enter) {
+    std::string letters;
+    ended = &letters;
+    std::thread(enter).join();
+    return letters;
+}
+
+template <int... Numbers>
+std::vector<bool> enterMany(std::integer_sequence<int, Numbers...>) {
+    return {platform::callAtThreadEnd(note<static_cast<char>('a' + Numbers)>)...};
+}
+
+} // namespace
+
+TEST(ThreadEnd, LaterHooksRunFirst) {
+    EXPECT_EQ(hooksOf([] {
+                  platform::callAtThreadEnd(note<'a'>);
+                  platform::callAtThreadEnd(note<'b'>);
+                  platform::callAtThreadEnd(note<'c'>);
+              }),
+              "cba");
+}
+
+TEST(ThreadEnd, HookThatIsThereKeepsItsPlaceAndRunsOnce) {
+    EXPECT_EQ(hooksOf([] {
+                  EXPECT_TRUE(platform::callAtThreadEnd(note<'a'>));
+                  EXPECT_TRUE(platform::callAtThreadEnd(note<'b'>));
+                  EXPECT_TRUE(platform::callAtThreadEnd(note<'a'>));
+              }),
+              "ba");
+}
+
+TEST(ThreadEnd, HookPastTheLastPlaceIsRefused) {
+    std::vector<bool> taken;
+    EXPECT_EQ(hooksOf([&taken] {
+                  taken = enterMany(std::make_integer_sequence<int, 9>());
+                  EXPECT_TRUE(platform::callAtThreadEnd(note<'a'>));
+              }),
+              "hgfedcba");
+    EXPECT_EQ(taken, std::vector<bool>({true, true, true, true, true, true, true, true, false}));
+}
+
+TEST(ThreadEnd, HookThatIsEnteredByAHookRuns) {
+    EXPECT_EQ(hooksOf([] {
+                  platform::callAtThreadEnd(note<'a'>);
+                  platform::callAtThreadEnd([](void*) { platform::callAtThreadEnd(note<'z'>); });
+              }),
+              "za");
+}
+
+TEST(ThreadEnd, HookBelongsToItsThreadAlone) {
+    static std::atomic<int> calls;
+    calls = 0;
+    std::atomic<bool> ends{false};
+    std::thread stays([&ends] {
+        platform::callAtThreadEnd([](void*) { ++calls; });
+        while (!ends)
+            std::this_thread::yield();
+    });
+    std::thread([] { platform::threadBlock(); }).join();
+    std::thread([] {}).join();
+    EXPECT_EQ(calls, 0);
+    ends = true;
+    stays.join();
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(ThreadEnd, ManyThreadsEndWithTheirOwnBlocks) {
+    static std::atomic<int> sum;
+    sum = 0;
+    std::vector<std::thread> threads;
+    for (int i = 1; i <= 100; ++i)
+        threads.emplace_back([i] {
+            *static_cast<int*>(platform::threadBlock()) = i;
+            platform::callAtThreadEnd([](void* block) { sum += *static_cast<int*>(block); });
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(sum, 5050);
+}
+
+TEST(ThreadEnd, CallKeepsTheLastError) {
+    std::uint32_t code = 0;
+    std::thread([&code] {
+        platform::setLastError(5);
+        platform::callAtThreadEnd([](void*) {});
         code = platform::lastError();
     }).join();
     EXPECT_EQ(code, 5u);

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <string_view>
 #include <utility>
 
 #include "platform/calls.h"
@@ -41,5 +42,8 @@ class ReadFile {
 // What ends a text file on this system before its last byte does, or -1 for nothing: the text mode
 // of Windows stops at a Ctrl-Z.
 extern const int textEndMark;
+
+// How lines end in a text file on this system; the text mode makes a line feed of it, and back.
+extern const std::string_view textLineEnd;
 
 } // namespace platform

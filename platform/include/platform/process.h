@@ -25,4 +25,8 @@ struct PathForm {
 
 extern const PathForm pathForm;
 
+// Whether the process is ending and all threads but this one are gone, with whatever locks they
+// held, as on Windows while libraries are left (RtlDllShutdownInProgress).  Never on Linux.
+bool processEnds() noexcept;
+
 } // namespace platform
