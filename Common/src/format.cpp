@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "commonFormat.h"
+
 namespace {
 
 // One conversion of a format: %[flags][width][.precision][length]letter.
@@ -241,6 +243,14 @@ void addZero(Appender& to, const Conversion& c) {
 } // namespace
 
 int formatText(char* out, std::size_t size, const char* format, std::va_list arguments) noexcept {
+    if (size > 0) {
+        Arguments copy;
+        va_copy(copy.list, arguments);
+        const int length = formatCommon(out, size, format, copy);
+        va_end(copy.list);
+        if (length >= 0)
+            return length;
+    }
     // Twice the longest text of the library: what lies behind it could not show.
     char portable[8192];
     if (needsPortableForm(format)) {

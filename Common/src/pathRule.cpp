@@ -20,9 +20,11 @@ class PathText {
     }
     void add(const char* text) { add(text, std::strlen(text)); }
 
-    // Cuts at the size of `out` and gives every separator the system's own form.
-    void moveTo(PathBuffer& out) const {
-        const std::size_t length = m_length < kPathSize ? m_length : kPathSize - 1;
+    // Cuts at `size` and gives every separator the system's own form.
+    void moveTo(char* out, std::size_t size) const {
+        if (size == 0)
+            return;
+        const std::size_t length = m_length < size ? m_length : size - 1;
         for (std::size_t i = 0; i < length; ++i)
             out[i] = pathForm.isSeparator(m_text[i]) ? pathForm.separator : m_text[i];
         out[length] = '\0';
@@ -81,12 +83,12 @@ void resolve(PathText& to, const char* name) {
 
 } // namespace
 
-int resolvePath(PathBuffer& out, const char* name) noexcept {
+int resolvePath(char* out, std::size_t size, const char* name) noexcept {
     try {
         PathText text;
         if (name != nullptr && name[0] != '\0')
             resolve(text, name);
-        text.moveTo(out);
+        text.moveTo(out, size);
         return 0;
     } catch (...) {
         out[0] = '\0';

@@ -7,8 +7,8 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
+#include "dw_util/cutCopy.h"
 #include "dw_util/format.h"
 #include "dw_util/sourceName.h"
 #include "dw_util/threadLogState.h"
@@ -18,13 +18,6 @@ namespace {
 
 // Room for a text with its terminator, one less than the field.
 constexpr std::size_t kTextRoom = CEmptyError::kTextLimit;
-
-template <std::size_t Size>
-void copyCut(char (&to)[Size], const char* from) noexcept {
-    const std::size_t length = strnlen(from, Size - 1);
-    std::memcpy(to, from, length);
-    to[length] = '\0';
-}
 
 void setPlace(CError& error, const char* file, std::int32_t line) noexcept {
     error.line = line;
@@ -76,7 +69,7 @@ extern "C" {
 void place(const char* file, std::int32_t line) {
     const platform::LastErrorKeeper keeper;
     ThreadLogState& state = threadLogState();
-    copyCut(state.placeFile, file != nullptr ? file : "");
+    copyCut(state.placeFile, file);
     state.placeLine = line;
 }
 

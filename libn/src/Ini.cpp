@@ -3,10 +3,11 @@
 #include "libn/Ini.h"
 
 #include <cctype>
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <limits>
+#include <utility>
+
+#include "decimal.h"
+#include "libn/IniWriter.h"
 
 namespace libn {
 
@@ -82,13 +83,7 @@ void Ini::getString(const char* section, std::size_t, const char* key, std::size
 
 std::int32_t Ini::getInt(const char* section, const char* key, std::int32_t defaultValue) const {
     const std::string& value = getValue(section, key);
-    if (value.empty())
-        return defaultValue;
-    using Limits = std::numeric_limits<std::int32_t>;
-    const long long number = std::strtoll(value.c_str(), nullptr, 10);
-    if (number > Limits::max())
-        return Limits::max();
-    return number < Limits::min() ? Limits::min() : static_cast<std::int32_t>(number);
+    return value.empty() ? defaultValue : decimalOf(value.c_str());
 }
 
 bool Ini::getBool(const char* section, const char* key, bool defaultValue) const {
@@ -123,6 +118,13 @@ void Ini::getSection(const std::string& section, std::map<std::string, std::stri
     }
     if (const Entries* entries = findSection(section.c_str()))
         pairs.insert(entries->begin(), entries->end());
+}
+
+// Deliberate: the sections that were parsed stay as they are.  An object is a snapshot, and what
+// its callers have read of it goes on being true for them.
+bool Ini::writeSection(const std::string& section, std::string&& body) {
+    IniSectionWriter writer(fileName, toLowerString(section.c_str()), true, std::move(body));
+    return writer.run(0);
 }
 
 } // namespace libn

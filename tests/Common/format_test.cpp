@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 
 namespace {
@@ -49,6 +51,61 @@ TEST(Format, WideLengthModifiersAreUnderstood) {
     EXPECT_EQ(format("%08IX", std::size_t{0xBEEF}), "0000BEEF");
     EXPECT_EQ(format("%Ix", std::size_t{1} << 40), "10000000000");
     EXPECT_EQ(format("%*I64d|%d", 6, std::int64_t{42}, 1), "    42|1");
+}
+
+TEST(Format, CommonConversionsAreThoseOfTheRunTime) {
+    const char* const none = nullptr;
+    EXPECT_EQ(format("%d %i %d", 0, -17, std::numeric_limits<int>::min()), "0 -17 -2147483648");
+    EXPECT_EQ(format("%u %x", std::numeric_limits<unsigned>::max(), 0xBEEFu), "4294967295 beef");
+    EXPECT_EQ(format("%ld|%lu|%lx", -5L, 5UL, 0xFEL), "-5|5|fe");
+    EXPECT_EQ(format("%lld %llu %llx", std::numeric_limits<long long>::min(),
+                     std::numeric_limits<unsigned long long>::max(), 1ull << 63),
+              "-9223372036854775808 18446744073709551615 8000000000000000");
+    EXPECT_EQ(format("%zd %zu %zx", static_cast<std::ptrdiff_t>(-1), sizeof(char),
+                     std::numeric_limits<std::size_t>::max()),
+              "-1 1 ffffffffffffffff");
+    EXPECT_EQ(format("%s%s|%c%%", "", "text", '!'), "text|!%");
+    EXPECT_EQ(format("%s", none), format("%0s", none));
+    EXPECT_EQ(format(""), "");
+    EXPECT_EQ(format("%li %5d|%ls", 1L, 2, L"wide"), "1     2|wide");
+}
+
+TEST(Format, CommonConversionsAreCutAndCounted) {
+    const auto cut = [](std::size_t size, const char* text, ...) {
+        char out[16] = "###############";
+        std::va_list arguments;
+        va_start(arguments, text);
+        const int length = formatText(out, size, text, arguments);
+        va_end(arguments);
+        return std::to_string(length) + ":" + out;
+    };
+    EXPECT_EQ(cut(4, "%d", 12345), "5:123");
+    EXPECT_EQ(cut(4, "%s%s", "ab", "cdef"), "6:abc");
+    EXPECT_EQ(cut(4, "abc%d%d", 1, 2), "5:abc");
+    EXPECT_EQ(cut(6, "abc%d%d", 1, 2), "5:abc12");
+    EXPECT_EQ(cut(1, "%s", "abc"), "3:");
+    EXPECT_EQ(cut(0, "%s", "abc"), "3:###############");
+}
+
+TEST(Format, ZeroCharacterIsCounted) {
+    char out[8];
+    const auto put = [&out](const char* text, ...) {
+        std::va_list arguments;
+        va_start(arguments, text);
+        const int length = formatText(out, sizeof out, text, arguments);
+        va_end(arguments);
+        return length;
+    };
+    EXPECT_EQ(put("a%cb", 0), 3);
+    EXPECT_EQ(std::string(out, 4), std::string("a\0b\0", 4));
+}
+
+TEST(Format, RareConversionsAreFoundBehindCommonOnes) {
+    EXPECT_EQ(format("%d %-5s|%05.1f%% %p", 1, "ab", 2.25, kPointer),
+              "1 ab   |002.2% 0000000000ABCDEF");
+    EXPECT_EQ(format("%s%%%lld%I64d", "x", 5ll, std::int64_t{6}), "x%56");
+    EXPECT_EQ(format("%zu%08IX", sizeof(int), std::size_t{0xBEEF}), "40000BEEF");
+    EXPECT_EQ(format("%%I64d%%p%%n"), "%I64d%p%n");
 }
 
 TEST(Format, StoreCountStoresNothingAndTakesItsArgument) {

@@ -11,6 +11,7 @@
 
 #include "support/raised.h"
 #include "support/scopedCalls.h"
+#include "support/scopedLocale.h"
 #include "support/tempFolder.h"
 
 namespace {
@@ -290,6 +291,7 @@ TEST(Ini, SectionCanBeReadAfresh) {
 }
 
 TEST(Ini, BytesAboveAsciiAreFoldedByTheLocale) {
+    const ScopedLocale scoped(LC_CTYPE);
     const char* const names[] = {"en_US.ISO-8859-1", "de_DE.ISO-8859-1", ".1252", "English.1252"};
     const bool found = std::any_of(std::begin(names), std::end(names), [](const char* name) {
         return std::setlocale(LC_CTYPE, name) != nullptr && std::tolower(0xC9) == 0xE9;
@@ -301,7 +303,6 @@ TEST(Ini, BytesAboveAsciiAreFoldedByTheLocale) {
     EXPECT_EQ(ini.getValue("S\xC9", "k\xE9"), "v");
     EXPECT_EQ(ini.getValue("s\xE9", "K\xC9"), "v");
     EXPECT_EQ(valuesOf(ini, "s\xE9", "K\xC9"), (std::vector<std::string>{"v"}));
-    std::setlocale(LC_CTYPE, "C");
 }
 
 TEST(Ini, HasNoVirtualDestructor) {

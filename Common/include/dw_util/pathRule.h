@@ -10,8 +10,8 @@ inline constexpr std::size_t kPathSize = 260;
 // A full path with its terminator.
 using PathBuffer = char[kPathSize];
 
-// Writes the full path of `name` into `out`, cut at 259 characters and terminated.  The first case
-// that fits decides:
+// Writes the full path of `name` into the `size` bytes of `out`, cut there and terminated, and at
+// 511 characters in any case.  The first case that fits decides:
 //
 //   null or empty             empty
 //   drive letter and colon    the name itself (Windows)
@@ -23,4 +23,8 @@ using PathBuffer = char[kPathSize];
 // On Linux a \ in the name is a separator too, and the result has none; the executable is the file
 // that a symbolic link to it points at.  A name with leading dots and no separator gives the folder
 // alone.  0, or 1 and an empty `out` after an exception on the way.
-int resolvePath(PathBuffer& out, const char* name) noexcept;
+int resolvePath(char* out, std::size_t size, const char* name) noexcept;
+
+inline int resolvePath(PathBuffer& out, const char* name) noexcept {
+    return resolvePath(out, sizeof out, name);
+}

@@ -1,4 +1,4 @@
-// Ini files: sections of keys and values, parsed when the object is made and never read again.
+// Ini files: sections of keys and values, parsed when the object is made.
 //
 // Lines end at a line feed.  Blanks (space, tab, carriage return) are trimmed from lines, names,
 // keys and values.  A line that begins with ; or # is a comment; [name] opens a section, text
@@ -40,7 +40,12 @@ class Ini {
     // first counts, and a key that the map already holds keeps its value.
     virtual void getSection(const std::string& section, std::map<std::string, std::string>& pairs);
 
-    // The same; with `reparse` from the file as it is now instead of the parsed contents.
+    // Rewrites the section in the file, whose other lines stay as they are, with `body`: all its
+    // lines without the header and without the last line feed.  Makes section and file where there
+    // are none.  Whether the file could be opened; IniWriter.h tells the rest.
+    virtual bool writeSection(const std::string& section, std::string&& body);
+
+    // As the first; with `reparse` from the file as it is now instead of the parsed contents.
     void getSection(const std::string& section, std::map<std::string, std::string>& pairs,
                     bool reparse);
 
