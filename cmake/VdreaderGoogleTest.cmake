@@ -14,6 +14,7 @@ add_library(vdreader_gtest_main STATIC ${VDREADER_GOOGLETEST}/src/gtest_main.cc)
 target_link_libraries(vdreader_gtest_main PUBLIC vdreader_gtest)
 set_target_properties(vdreader_gtest vdreader_gtest_main PROPERTIES EXCLUDE_FROM_ALL TRUE
   EXPORT_COMPILE_COMMANDS OFF)
+target_compile_options(vdreader_gtest PRIVATE -O0)
 
 add_library(GTest::gtest ALIAS vdreader_gtest)
 add_library(GTest::gtest_main ALIAS vdreader_gtest_main)

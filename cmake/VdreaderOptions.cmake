@@ -24,7 +24,8 @@ add_library(vdreader_flags INTERFACE)
 # DWARF 4: the debug help library of Windows finds no lines in newer forms.  Faults become
 # exceptions in frames that call nothing that throws, hence -fnon-call-exceptions.
 target_compile_options(vdreader_flags INTERFACE
-  -Wall -Wextra -gdwarf-4 -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+  -Wall -Wextra -gdwarf-4 $<TARGET_PROPERTY:VDREADER_DEBUG_INFO>
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # Bounded copies and fixed clears as calls: inlined string instructions cost three times as much.
   target_compile_options(vdreader_flags INTERFACE -fnon-call-exceptions -mstringop-strategy=libcall)
