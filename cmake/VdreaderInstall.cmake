@@ -6,13 +6,23 @@ set(VDREADER_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/vdreader)
 
 install(TARGETS vdreader EXPORT vdreaderTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/vdreader
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN *.h PATTERN *.hpp)
 if(WIN32)
   install(FILES ${CMAKE_BINARY_DIR}/lib/vdreader.lib DESTINATION ${CMAKE_INSTALL_LIBDIR})
+else()
+  # The stub for linkers.  Former versions installed a symbolic link under its name; the copy must
+  # not go through that into the library.
+  install(CODE "
+    set(link \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libvdreader.so\")
+    if(IS_SYMLINK \"\${link}\")
+      file(REMOVE \"\${link}\")
+    endif()")
+  install(FILES ${CMAKE_BINARY_DIR}/lib/libvdreader.so DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endif()
 
 install(EXPORT vdreaderTargets NAMESPACE vdreader:: DESTINATION ${VDREADER_PACKAGE_DIR})

@@ -75,12 +75,13 @@ inline sample::ClassRecord classOf(std::int32_t id, const std::string& code,
     return record;
 }
 
-// A folder with an ini file whose section "s" names class.vd, flimit.vd and fclipos.vd beside it.
+// A folder with an ini file whose section "s" names class.vd, alert.vd, flimit.vd and
+// fclipos.vd beside it.
 class ReaderFolder : public TempFolder {
   public:
     std::string writeIni(const std::string& more = "") const {
-        return write("test.ini", "[s]\nclasses=" + name("class.vd") +
-                                     "\nflimits=" + name("flimit.vd") +
+        return write("test.ini", "[s]\nclasses=" + name("class.vd") + "\nalerts=" +
+                                     name("alert.vd") + "\nflimits=" + name("flimit.vd") +
                                      "\nfclipos=" + name("fclipos.vd") + "\n" + more);
     }
     std::string writeClasses(const std::vector<sample::ClassRecord>& classes) const {

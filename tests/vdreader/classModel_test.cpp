@@ -82,6 +82,84 @@ TEST_F(ClassModelTest, LookUpsById) {
     EXPECT_EQ(m_model.paramsByClassId(3), nullptr);
 }
 
+TEST_F(ClassModelTest, JoinsOfIdsThatAreFarApartStandSideBySide) {
+    load({classOf(5, "A", {securityOf(1, "ONE")}), classOf(5 + 64, "B", {securityOf(2, "TWO")}),
+          classOf(5 - 128, "C", {securityOf(3, "THREE")})});
+    const auto joined = [&](std::int32_t classId, std::uint32_t secId) {
+        const ClassJoin* owner = m_model.classJoinById(classId);
+        if (owner == nullptr)
+            return std::string("(no class)");
+        JoinCode room;
+        const JoinCode* code = m_model.securityJoinCode(*owner, secId, room);
+        return owner->code.text + std::string(":") + (code != nullptr ? code->text : "(none)");
+    };
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(joined(5, 1), "A:ONE");
+        EXPECT_EQ(joined(5 + 64, 2), "B:TWO");
+        EXPECT_EQ(joined(5 + 64, 1), "B:(none)");
+        EXPECT_EQ(joined(5 - 128, 3), "C:THREE");
+        EXPECT_EQ(joined(5 - 64, 3), "(no class)");
+        EXPECT_EQ(joined(0, 1), "(no class)");
+    }
+}
+
+// Which security the model expects, by its place in the class; -1 is none.
+class ExpectedSecurity : public ClassModelTest {
+  protected:
+    void loadOf(int count) {
+        std::vector<sample::Security> securities;
+        for (int i = 0; i < count; ++i)
+            securities.push_back(securityOf(static_cast<std::uint32_t>(i), "S"));
+        load({classOf(1, "A", securities), classOf(2, "B", securities)});
+    }
+
+    long expected(long place, std::int32_t classId = 1) {
+        const SecurityVector& all = m_model.classes()[0].securities;
+        const SECURITY_DESC* found =
+            m_model.expected(all[static_cast<std::size_t>(place)], *m_model.classJoinById(classId));
+        return found != nullptr ? found - all.data() : -1;
+    }
+};
+
+TEST_F(ExpectedSecurity, IsAheadOfAWalkThatGoesOn) {
+    loadOf(8);
+    EXPECT_EQ(expected(0), -1) << "nothing was asked for before";
+    EXPECT_EQ(expected(1), 5);
+    EXPECT_EQ(expected(2), 6);
+    EXPECT_EQ(expected(3), 7);
+    EXPECT_EQ(expected(4), -1) << "behind the last one";
+    EXPECT_EQ(expected(5), -1);
+    EXPECT_EQ(expected(0), -1);
+    EXPECT_EQ(expected(1), 5);
+}
+
+TEST_F(ExpectedSecurity, IsNoneForJumps) {
+    loadOf(9);
+    for (const long place : {3, 5, 5, 4, 0, 8, 2})
+        EXPECT_EQ(expected(place), -1) << place;
+    EXPECT_EQ(expected(3), 7);
+}
+
+TEST_F(ExpectedSecurity, IsNoneWhereTheSlotNamesAnotherClass) {
+    loadOf(6);
+    for (const long place : {0, 1, 2})
+        EXPECT_EQ(expected(place, 2), -1) << place;
+    EXPECT_EQ(expected(3), -1);
+    EXPECT_EQ(expected(4), -1) << "behind the last one";
+    EXPECT_EQ(expected(0), -1);
+    EXPECT_EQ(expected(1), 5);
+}
+
+TEST_F(ExpectedSecurity, IsForgottenByALoad) {
+    loadOf(6);
+    expected(0);
+    expected(1);
+    const SECURITY_DESC* const former = m_model.classes()[0].securities.data() + 2;
+    loadOf(3);
+    const ClassJoin& owner = *m_model.classJoinById(1);
+    EXPECT_EQ(m_model.expected(*former, owner), nullptr) << "only its place is looked at";
+}
+
 TEST_F(ClassModelTest, FirstOfTwoClassesOfOneIdIsFound) {
     load({classOf(1, "A"), classOf(1, "B")});
     EXPECT_EQ(codes(), "A B ");

@@ -18,6 +18,10 @@ constexpr ReaderSetting kAny = {"key", "default.vd", "nothing there"};
 TEST(ReaderSettings, KeysAndDefaults) {
     EXPECT_STREQ(kClassesSetting.key, "classes");
     EXPECT_STREQ(kClassesSetting.defaultName, "class.vd");
+    EXPECT_STREQ(kDynParamsSetting.key, "dynparams");
+    EXPECT_STREQ(kDynParamsSetting.defaultName, "data.vd");
+    EXPECT_STREQ(kAlertsSetting.key, "alerts");
+    EXPECT_STREQ(kAlertsSetting.defaultName, "alert.vd");
     EXPECT_STREQ(kFutLimitsSetting.key, "flimits");
     EXPECT_STREQ(kFutLimitsSetting.defaultName, "flimit.vd");
     EXPECT_STREQ(kFutPositionsSetting.key, "fclipos");
@@ -42,8 +46,8 @@ TEST(ReaderSettings, DefaultServesWithoutAFileASectionAKeyOrAValue) {
 TEST(ReaderSettings, EmptySettingRaisesTheReadersText) {
     const TempFolder folder;
     const std::string none = folder.name("none");
-    for (const ReaderSetting* setting :
-         {&kClassesSetting, &kFutLimitsSetting, &kFutPositionsSetting}) {
+    for (const ReaderSetting* setting : {&kClassesSetting, &kDynParamsSetting, &kAlertsSetting,
+                                         &kFutLimitsSetting, &kFutPositionsSetting}) {
         const ReaderSetting empty = {setting->key, "", setting->emptyFailure};
         const auto error = raised<CError>([&] { configuredName(none.c_str(), "s", empty); });
         ASSERT_TRUE(error);
@@ -51,6 +55,10 @@ TEST(ReaderSettings, EmptySettingRaisesTheReadersText) {
     }
     EXPECT_STREQ(kClassesSetting.emptyFailure,
                  "reader for classes can not find 'classes' setting or setting is empty");
+    EXPECT_STREQ(kDynParamsSetting.emptyFailure,
+                 "vdreader can not find 'dynparams' setting or setting is empty");
+    EXPECT_STREQ(kAlertsSetting.emptyFailure,
+                 "vdreader can not find 'alerts' setting or setting is empty");
     EXPECT_STREQ(kFutLimitsSetting.emptyFailure,
                  "vdreader can not find 'flimits' setting or setting is empty");
     EXPECT_STREQ(kFutPositionsSetting.emptyFailure,

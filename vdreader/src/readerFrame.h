@@ -18,6 +18,12 @@ inline bool classesAreReady() {
     return readerState().classesReady || failed("classes storage is not initialized") != 0;
 }
 
+// Guard of the exports that need the current data too; the classes come first.
+inline bool dynParamsAreReady() {
+    return classesAreReady() && (readerState().dynParamsReady ||
+                                 failed("dynamic parameters storage is not initialized") != 0);
+}
+
 // Runs the work of an export.  A std::exception on the way becomes the last error and 0; any other
 // exception passes.
 template <class Work>

@@ -18,15 +18,19 @@ std::string configuredName(const char* iniFile, const char* section, const Reade
     return name;
 }
 
+void resolveAndTry(PathBuffer& path, const char* name) {
+    resolvePath(path, name);
+    // Deliberate: "alerts" whatever the reader is.  Callers of all four readers compare the text.
+    if (!platform::ReadFile(path).isOpen())
+        dwraise_ex(__FILE__, __LINE__, "alerts file %s can not be opened", path);
+}
+
 void configureFile(std::string& file, const char* iniFile, const char* section,
                    const ReaderSetting& setting) {
     // Deliberate: the configured name stays behind when the open fails, so that a later walk
     // reports the name that the operator wrote.
     file = configuredName(iniFile, section, setting);
     PathBuffer path = {};
-    resolvePath(path, file.c_str());
-    // Deliberate: "alerts" whatever the reader is.  Callers of all four readers compare the text.
-    if (!platform::ReadFile(path).isOpen())
-        dwraise_ex(__FILE__, __LINE__, "alerts file %s can not be opened", path);
+    resolveAndTry(path, file.c_str());
     file = path;
 }
