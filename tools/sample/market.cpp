@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "sample/activity.h"
 #include "sample/instruments.h"
 #include "sample/random.h"
 
@@ -18,28 +19,24 @@ constexpr std::size_t kMaxSecurities = 4'000'000;
 constexpr std::size_t kMaxParams = 60'000; // ids are 16-bit
 constexpr std::size_t kMaxNames = 65'535;
 constexpr std::size_t kLimitTypes = 3;
-constexpr std::size_t kFirms = 20;
+constexpr std::size_t kMaxChanges = 20'000'000;
+constexpr std::size_t kMaxAlerts = 20'000'000;
 
 // Each part of the market draws from its own sequence, so that asking for more securities does not
 // change the limits.
-enum class Stream : std::uint64_t { Securities = 1, Params, Limits, Positions };
+enum class Stream : std::uint64_t {
+    Securities = 1,
+    Params,
+    Limits,
+    Positions,
+    Slots,
+    Changes,
+    Alerts
+};
 
 Random streamOf(std::uint64_t seed, Stream stream) {
     Random mixed(seed);
     return Random(mixed.next() ^ (static_cast<std::uint64_t>(stream) << 56));
-}
-
-std::string numbered(const char* prefix, std::size_t number, std::size_t width) {
-    const std::string digits = std::to_string(number);
-    return prefix + std::string(width > digits.size() ? width - digits.size() : 0, '0') + digits;
-}
-
-std::string firmOf(std::size_t account) {
-    return numbered("FIRM", account % kFirms + 1, 4);
-}
-
-std::string accountCode(std::size_t account) {
-    return numbered("TA", account + 1, 8);
 }
 
 // The class that securities of this kind are written on: the nearest one before it of the kind that
@@ -141,6 +138,37 @@ FutPosition makePosition(std::size_t account, const Security& security, Random& 
     return made;
 }
 
+void makeSlots(Market& market, std::uint64_t seed) {
+    Random random = streamOf(seed, Stream::Slots);
+    for (const ListedSecurity& listed : listedSecurities(market)) {
+        Slot slot = makeSlot(*listed.owner, random);
+        if (!random.oneIn(16))
+            market.slots.emplace(listed.security->sec_id, slot);
+    }
+}
+
+void makeChanges(Market& market, const MarketOptions& options) {
+    const std::vector<ListedSecurity> listed = listedSecurities(market);
+    if (listed.empty())
+        return;
+    Random random = streamOf(options.seed, Stream::Changes);
+    market.changes.reserve(options.changes);
+    for (std::size_t i = 0; i < options.changes; ++i) {
+        const ListedSecurity& chosen = listed[random.below(listed.size())];
+        const std::uint32_t id = chosen.security->sec_id;
+        Record record = makeChange(*chosen.owner, id, i, market.slots[id], random);
+        record.dataField1 = static_cast<std::int32_t>(i + 1);
+        market.changes.push_back(std::move(record));
+    }
+}
+
+void makeAlerts(Market& market, const MarketOptions& options) {
+    Random random = streamOf(options.seed, Stream::Alerts);
+    market.alerts.reserve(options.alerts);
+    for (std::size_t i = 0; i < options.alerts; ++i)
+        market.alerts.push_back(makeAlert(i, accountsOf(options), market.classes, random));
+}
+
 // What positions are held in: futures and options, or everything where there is neither.
 std::vector<const Security*> heldSecurities(const Market& market) {
     std::vector<const Security*> derivatives;
@@ -158,7 +186,8 @@ std::vector<const Security*> heldSecurities(const Market& market) {
 
 void checkSizes(const MarketOptions& options) {
     if (options.classes > kMaxClasses || options.securities > kMaxSecurities ||
-        options.params > kMaxParams || options.names > kMaxNames)
+        options.params > kMaxParams || options.names > kMaxNames || options.changes > kMaxChanges ||
+        options.alerts > kMaxAlerts)
         throw std::length_error("the market is too large");
     if (options.classes == 0 && options.securities != 0)
         throw std::length_error("securities need a class");
@@ -166,10 +195,33 @@ void checkSizes(const MarketOptions& options) {
 
 } // namespace
 
+std::vector<ListedSecurity> listedSecurities(const Market& market) {
+    std::vector<ListedSecurity> listed;
+    for (const ClassRecord& owner : market.classes)
+        for (const Security& security : owner.securities)
+            if (security.sec_id < market.maxSecs)
+                listed.push_back({&owner, &security});
+    return listed;
+}
+
+DataFile makeDataFile(const Market& market) {
+    DataFile file;
+    file.header.maxSecs = market.maxSecs;
+    file.slots = market.slots;
+    file.eventPages = packRecords(market.changes, file.header.eventPageSize);
+    file.header.elements = static_cast<std::int32_t>(market.slots.size());
+    return file;
+}
+
 Market makeMarket(const MarketOptions& options) {
     checkSizes(options);
     Market market;
+    market.maxSecs = options.maxSecs;
     makeClasses(market, options);
+    if (options.slots)
+        makeSlots(market, options.seed);
+    makeChanges(market, options);
+    makeAlerts(market, options);
 
     Random random = streamOf(options.seed, Stream::Limits);
     market.limits.reserve(options.limits);

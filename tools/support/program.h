@@ -37,14 +37,19 @@ class Output {
     // Raises Failure kOutputFailed when a write fails for another reason.
     bool write(std::string_view text);
 
+    // Whether nobody reads any more, as far as a write has shown.
     bool readerIsGone() const { return m_readerIsGone; }
+
+    // Whether somebody may still read, asked of the system without a write.
+    bool hasReader() const { return !m_readerIsGone && m_standard.hasReader(); }
+
+    // Hands on what is pending.  Raises like write.
+    void flush();
 
     // Writes what is left and closes.  Raises like write.
     void finish();
 
   private:
-    void flush();
-
     StandardOutput m_standard;
     std::string m_pending;
     bool m_readerIsGone = false;

@@ -16,6 +16,7 @@
 #  include <io.h>
 #  include <windows.h>
 #else
+#  include <poll.h>
 #  include <unistd.h>
 #  include <csignal>
 #endif
@@ -27,8 +28,6 @@ namespace {
 constexpr int kStandardOutput = 1;
 
 #ifdef _WIN32
-constexpr char kSeparator = '\\';
-
 int writeSome(int file, const char* bytes, std::size_t count) {
     return _write(file, bytes, static_cast<unsigned>(count));
 }
@@ -53,8 +52,6 @@ int closeFile(int file) {
     return _close(file);
 }
 #else
-constexpr char kSeparator = '/';
-
 int writeSome(int file, const char* bytes, std::size_t count) {
     return static_cast<int>(write(file, bytes, count));
 }
@@ -103,6 +100,18 @@ StandardOutput::~StandardOutput() {
         SetConsoleOutputCP(m_formerCodePage);
 }
 
+bool StandardOutput::hasReader() const {
+    return true;
+}
+
+const char* const kNullDevice = "\\\\.\\NUL";
+
+std::string executablePath() {
+    char path[MAX_PATH + 1];
+    const DWORD size = GetModuleFileNameA(nullptr, path, sizeof path);
+    return std::string(path, size < sizeof path ? size : 0);
+}
+
 std::string absolutePath(const std::string& name) {
     char* full = _fullpath(nullptr, name.c_str(), 0);
     std::string result = full ? full : "";
@@ -118,6 +127,19 @@ StandardOutput::StandardOutput() : m_terminal(isatty(kStandardOutput) == 1) {
 }
 
 StandardOutput::~StandardOutput() = default;
+
+bool StandardOutput::hasReader() const {
+    pollfd output = {kStandardOutput, 0, 0};
+    return poll(&output, 1, 0) != 1 || !(output.revents & POLLERR);
+}
+
+const char* const kNullDevice = "/dev/null";
+
+std::string executablePath() {
+    char path[4096];
+    const ssize_t size = readlink("/proc/self/exe", path, sizeof path);
+    return std::string(path, size > 0 ? static_cast<std::size_t>(size) : 0);
+}
 
 std::string absolutePath(const std::string& name) {
     if (name.empty() || name.front() == '/')
@@ -140,13 +162,13 @@ StandardOutput::Result StandardOutput::close() {
 }
 
 bool isUnambiguous(const std::string& path) {
-    return kSeparator == '\\' || path.find('\\') == std::string::npos;
+    return kPathSeparator == '\\' || path.find('\\') == std::string::npos;
 }
 
 std::string joinPath(const std::string& folder, std::string_view name) {
     std::string path = folder;
-    if (!path.empty() && path.back() != '/' && path.back() != kSeparator)
-        path += kSeparator;
+    if (!path.empty() && path.back() != '/' && path.back() != kPathSeparator)
+        path += kPathSeparator;
     return path.append(name);
 }
 
@@ -158,6 +180,20 @@ bool isFolder(const std::string& name) {
 bool isReadable(const std::string& name) {
     std::FILE* file = isFolder(name) ? nullptr : std::fopen(name.c_str(), "rb");
     return file && std::fclose(file) == 0;
+}
+
+bool isWritable(const std::string& name) {
+    std::FILE* file = isFolder(name) ? nullptr : std::fopen(name.c_str(), "r+b");
+    return file && std::fclose(file) == 0;
+}
+
+std::string firstBytes(const std::string& name, std::size_t count) {
+    std::string bytes(count, '\0');
+    std::FILE* file = isFolder(name) ? nullptr : std::fopen(name.c_str(), "rb");
+    bytes.resize(file ? std::fread(bytes.data(), 1, count, file) : 0);
+    if (file)
+        std::fclose(file);
+    return bytes;
 }
 
 TemporaryFile::TemporaryFile(std::string_view contents) {

@@ -1,6 +1,6 @@
 // What the programs need of the system beyond the standard library: standard output as bytes, full
-// paths, and a private temporary file.  The only place of the programs that knows the systems
-// apart.
+// paths, and a private temporary file.  With the other files of this folder the only place of the
+// programs that knows the systems apart.
 
 #pragma once
 
@@ -27,6 +27,10 @@ class StandardOutput {
     // Writes all bytes.  After Failed, errno tells why.
     Result write(std::string_view bytes);
 
+    // Whether somebody may still read: false when it is known that nobody does.  Where the system
+    // does not tell without a write, true.
+    bool hasReader() const;
+
     // Closes standard output, where a late failure may show.
     Result close();
 
@@ -34,6 +38,21 @@ class StandardOutput {
     bool m_terminal = false;
     unsigned m_formerCodePage = 0;
 };
+
+#ifdef _WIN32
+inline constexpr char kPathSeparator = '\\';
+#else
+inline constexpr char kPathSeparator = '/';
+#endif
+
+// Whether a file must be closed before it can be removed.
+inline constexpr bool kOpenFilesStay = kPathSeparator == '\\';
+
+// A file that takes everything and holds nothing.
+extern const char* const kNullDevice;
+
+// The full path of the running program, an empty text if the system does not tell.
+std::string executablePath();
 
 // The full path of `name`, counted from the working directory, without touching the file; an empty
 // text if there is none.  Bytes outside ASCII stand as they are.
@@ -48,6 +67,12 @@ bool isUnambiguous(const std::string& path);
 // Whether there is a folder, or a file that can be opened for reading, under this name.
 bool isFolder(const std::string& name);
 bool isReadable(const std::string& name);
+
+// Whether the file can be opened for writing; it is not changed.
+bool isWritable(const std::string& name);
+
+// Up to `count` bytes from the start of the file, fewer where it is shorter or cannot be read.
+std::string firstBytes(const std::string& name, std::size_t count);
 
 // A new file that only this user can read, removed when the object goes.
 class TemporaryFile {

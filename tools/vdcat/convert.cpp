@@ -100,6 +100,8 @@ void appendJsonValue(std::string& out, const Value& value) {
         out += "null";
     else if (const auto* text = std::get_if<std::string_view>(&value))
         appendJsonString(out, *text);
+    else if (const auto* composed = std::get_if<Composed>(&value))
+        out += composed->json;
     else
         appendPlainValue(out, value);
 }
@@ -112,6 +114,17 @@ void appendPlainValue(std::string& out, const Value& value) {
     else if (const auto* number = std::get_if<double>(&value))
         // The sign of a number that is none means nothing.
         appendDigits(out, std::isnan(*number) ? std::fabs(*number) : *number);
+    else if (const auto* composed = std::get_if<Composed>(&value))
+        out += composed->plain;
+}
+
+void appendHex(std::string& out, const void* bytes, std::size_t count) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    const auto* from = static_cast<const unsigned char*>(bytes);
+    for (std::size_t i = 0; i < count; ++i) {
+        out += kDigits[from[i] >> 4];
+        out += kDigits[from[i] & 15];
+    }
 }
 
 std::size_t characterCount(std::string_view text) {

@@ -24,6 +24,9 @@ void appendJsonValue(std::string& out, const Value& value);
 // Appends the value for a reader: nothing for an absent text, "nan", "inf" and "-inf" as such.
 void appendPlainValue(std::string& out, const Value& value);
 
+// Appends two lower-case digits a byte.
+void appendHex(std::string& out, const void* bytes, std::size_t count);
+
 // Number of characters (not bytes) of a UTF-8 text.
 std::size_t characterCount(std::string_view text);
 

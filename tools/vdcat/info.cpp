@@ -5,6 +5,7 @@
 #include <functional>
 #include <utility>
 
+#include "vdcat/marketRows.h"
 #include "vdcat/walks.h"
 
 namespace vdcat {
@@ -15,6 +16,16 @@ std::int64_t countParams() {
     std::int64_t count = 0;
     walkClasses([&](sClassParUnitedDesc* classDesc) {
         count += paramCount(classDesc);
+        return true;
+    });
+    return count;
+}
+
+// Securities that have values.
+std::int64_t countLast() {
+    std::int64_t count = 0;
+    walkSecurities([&](sClassParUnitedDesc*, sSecurityDesc* security) {
+        count += LastValues(security).areThere();
         return true;
     });
     return count;
@@ -45,17 +56,30 @@ void report(InfoReport& info, const char* kind, const std::function<std::int64_t
 InfoReport gatherInfo(Source& source) {
     InfoReport info;
     bool classesTried = false;
-    // The first of the three kinds opens the reader for the others.
-    const auto withClasses = [&](const std::function<std::int64_t()>& count) {
-        return [&source, &classesTried, count] {
-            if (!std::exchange(classesTried, true))
-                source.openClasses();
+    bool currentDataTried = false;
+    // The first of the kinds that share a reader opens it for the others.
+    const auto opening = [&](bool& tried, void (Source::*reader)(), auto count) {
+        return [&source, &tried, reader, count] {
+            if (!std::exchange(tried, true))
+                (source.*reader)();
             return count();
         };
+    };
+    const auto withClasses = [&](auto count) {
+        return opening(classesTried, &Source::openClasses, count);
+    };
+    const auto withCurrentData = [&](auto count) {
+        return opening(currentDataTried, &Source::openCurrentData, count);
     };
     report(info, "classes", withClasses([] { return countWith(&walkClasses); }));
     report(info, "securities", withClasses([] { return countWith(&walkSecurities); }));
     report(info, "params", withClasses(&countParams));
+    report(info, "last", withCurrentData(&countLast));
+    report(info, "journal", withCurrentData([] { return countWith(&walkChanges); }));
+    report(info, "alerts", [&] {
+        source.openAlerts();
+        return countWith(&walkAlerts);
+    });
     report(info, "limits", [&] {
         source.openLimits();
         return countWith(&walkLimits);

@@ -1,8 +1,11 @@
 // vdcat: shows the records of the data files through the library's C interface alone.
 
+#include "support/logFolder.h"
 #include "support/program.h"
 #include "vdcat/fields.h"
 #include "vdcat/info.h"
+#include "vdcat/job.h"
+#include "vdcat/marketShows.h"
 #include "vdcat/options.h"
 #include "vdcat/rows.h"
 #include "vdcat/source.h"
@@ -11,22 +14,6 @@
 namespace {
 
 using namespace vdcat;
-
-// Everything that showing a kind needs.
-struct Job {
-    const Request& request;
-    Format format;
-    tool::Output& output;
-};
-
-// The library's texts do not always name the file.
-void open(Source& source, void (Source::*reader)()) {
-    try {
-        (source.*reader)();
-    } catch (const tool::Failure& failure) {
-        throw tool::Failure(failure.code, source.name() + ": " + failure.what());
-    }
-}
 
 int showInfo(const Job& job) {
     Rows<InfoRow> rows(job.request, job.format, job.output);
@@ -132,12 +119,37 @@ int show(const Job& job) {
             return showSecurities(job);
         case Kind::Params:
             return showParams(job);
+        case Kind::Last:
+            return showLast(job);
+        case Kind::Journal:
+            return showJournal(job);
+        case Kind::Alerts:
+            return showAlerts(job);
         case Kind::Limits:
             return showLimits(job);
         case Kind::Positions:
             return showPositions(job);
     }
     return tool::kInternal;
+}
+
+// The same with lines in the log, if there is one.
+int showAndLog(const Job& job) {
+    const Request& request = job.request;
+    std::optional<tool::LogFolder> log;
+    if (request.logFolder)
+        log.emplace(*request.logFolder, "VDCAT");
+    event("showing %s of %s", nameOf(request.kind),
+          (request.folder.empty() ? request.iniFile : request.folder).c_str());
+    try {
+        const int code = show(job);
+        job.output.flush();
+        event("done, exit code %d", code);
+        return code;
+    } catch (const std::exception& failure) {
+        vdreader_error("%s", failure.what());
+        throw;
+    }
 }
 
 int run(int argc, char** argv) {
@@ -149,7 +161,7 @@ int run(int argc, char** argv) {
     } else {
         const Request& request = std::get<Request>(parsed);
         const Format usual = output.isTerminal() ? Format::Table : Format::Json;
-        code = show({request, request.format.value_or(usual), output});
+        code = showAndLog({request, request.format.value_or(usual), output});
     }
     output.finish();
     return code;

@@ -10,22 +10,44 @@ namespace vdcat {
 
 namespace {
 
-constexpr const char* kKindNames[] = {"info",   "classes", "securities",
-                                      "params", "limits",  "positions"};
+constexpr const char* kKindNames[] = {"info",    "classes", "securities", "params",   "last",
+                                      "journal", "alerts",  "limits",     "positions"};
 
 constexpr const char* kDescription =
-    "Shows what the data files of a trading server hold. The files are only read.\n"
+    "Shows what the data files of a trading server hold, and changes none of them unless told to\n"
+    "read --live.\n"
     "\n"
     "  info        each kind with its state, count and error\n"
     "  classes     the classes of class.vd\n"
     "  securities  the securities of the classes\n"
     "  params      the parameters of the classes\n"
+    "  last        the latest values of the securities, from data.vd\n"
+    "  journal     the change records of data.vd\n"
+    "  alerts      the alerts of alert.vd\n"
     "  limits      the futures limits of flimit.vd\n"
     "  positions   the futures positions of fclipos.vd\n";
 
 constexpr const char* kFooter =
     "A terminal gets a table of some fields, a pipe or a file one JSON object a line with all of\n"
     "them. Texts come out as UTF-8: bytes that are none count as the characters 128 to 255.\n"
+    "\n"
+    "last gives a row for each value in a table and CSV, and in JSON an object for each security\n"
+    "with its values under the names of the parameters; null where the slot has none. journal has\n"
+    "the values of a record by name as well, where its mask fits its counts. Alerts have their "
+    "body\n"
+    "as text, null where it is none, and in hexadecimal digits.\n"
+    "\n"
+    "data.vd and alert.vd can only be read by a program that may write to them. So vdcat copies\n"
+    "them into a temporary folder and reads the copies; where a server writes at that moment, a\n"
+    "copy may hold half of a change. --live reads the server's own files in place: that sets the\n"
+    "close stamp of data.vd, writes the heads of its blocks again as they are, and makes alert.vd\n"
+    "larger where a record lies close to its end. No lock is taken, so that a value may come out\n"
+    "half old and half new.\n"
+    "\n"
+    "--follow (last, journal, alerts; with --live) shows what is there, and then what comes: new\n"
+    "records and alerts, and of the latest values in a table and CSV those that changed, in JSON\n"
+    "the securities with a change. It ends at Ctrl-C, after --seconds or --limit, and when nobody\n"
+    "reads any more. Each look at the journal costs 83 KB of memory that the reader keeps.\n"
     "\n"
     "Exit codes: 0 done, 1 internal failure, 2 wrong usage, 3 a file cannot be opened, 4 a file "
     "is\n"
@@ -36,7 +58,8 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  vdcat info /srv/data\n"
     "  vdcat securities /srv/data --class FUTURE01 --fields sec_code,mat_date,lot_size\n"
-    "  vdcat positions --ini reader.ini --section vdreader --csv > positions.csv";
+    "  vdcat positions --ini reader.ini --section vdreader --csv > positions.csv\n"
+    "  vdcat last /srv/data --class SHARE01 --sec XYZ --live --follow";
 
 struct Flags {
     std::string kind;
@@ -56,6 +79,22 @@ void describeOutput(CLI::App& app, Request& request, Flags& flags) {
         ->check(tool::wholeNumber(UINT64_MAX));
 }
 
+void describeLive(CLI::App& app, Request& request) {
+    app.add_flag("--live", request.live,
+                 "Read the server's own files, not copies (info, last, journal, alerts)");
+    app.add_flag("--follow", request.follow,
+                 "Go on with what comes (last, journal, alerts; with --live)");
+    app.add_flag("--new", request.onlyNew, "Leave out what is there at the start (--follow)");
+    app.add_option("--interval", request.interval,
+                   "Milliseconds from one look to the next (--follow)")
+        ->type_name("N")
+        ->check(tool::wholeNumber(3'600'000))
+        ->capture_default_str();
+    app.add_option("--seconds", request.seconds, "Stop after so many seconds (--follow)")
+        ->type_name("N")
+        ->check(tool::wholeNumber(1'000'000'000));
+}
+
 void describe(CLI::App& app, Request& request, Flags& flags) {
     app.set_version_flag("--version", "vdcat " VDREADER_TOOL_VERSION, "Print the version");
     app.set_help_flag("-h,--help", "Print this help");
@@ -68,14 +107,21 @@ void describe(CLI::App& app, Request& request, Flags& flags) {
         ->type_name("FILE");
     app.add_option("--section", request.section, "Section of the ini file, vdreader by default")
         ->type_name("NAME");
-    app.add_option("--class", request.classCode, "Only this class (classes, securities, params)")
+    app.add_option("--class", request.classCode,
+                   "Only this class (classes, securities, params, last, journal)")
         ->type_name("CODE");
-    app.add_option("--sec", request.secCode, "Only this security (securities, positions)")
+    app.add_option("--sec", request.secCode,
+                   "Only this security (securities, last, journal, positions)")
         ->type_name("CODE");
     app.add_option("--lang", request.lang, "Language of names (securities, params), 0 by default")
         ->type_name("N")
         ->check(tool::wholeNumber(UINT16_MAX));
+    app.add_option("--log", request.logFolder,
+                   "Folder for events.log and errors.log of this run and of the library, rotated "
+                   "by a sarn.ini there")
+        ->type_name("LOGDIR");
     describeOutput(app, request, flags);
+    describeLive(app, request);
 }
 
 [[noreturn]] void refuse(const std::string& reason) {
@@ -94,14 +140,30 @@ void checkFilters(const CLI::App& app, const Request& request) {
     const Kind kind = request.kind;
     const std::string ending = std::string(" does not go with ") + nameOf(kind);
     const bool named = kind == Kind::Securities || kind == Kind::Params;
-    if (request.classCode && !named && kind != Kind::Classes)
+    const bool valued = kind == Kind::Last || kind == Kind::Journal;
+    if (request.classCode && !named && !valued && kind != Kind::Classes)
         refuse("--class" + ending);
     if (request.classCode && request.classCode->empty())
         refuse("--class needs a code");
-    if (request.secCode && kind != Kind::Securities && kind != Kind::Positions)
+    if (request.secCode && !valued && kind != Kind::Securities && kind != Kind::Positions)
         refuse("--sec" + ending);
     if (app.count("--lang") && !named)
         refuse("--lang" + ending);
+}
+
+void checkLive(const CLI::App& app, const Request& request) {
+    const Kind kind = request.kind;
+    const std::string ending = std::string(" does not go with ") + nameOf(kind);
+    const bool growing = kind == Kind::Last || kind == Kind::Journal || kind == Kind::Alerts;
+    if (request.live && !growing && kind != Kind::Info)
+        refuse("--live" + ending);
+    if (request.follow && !growing)
+        refuse("--follow" + ending);
+    if (request.follow && !request.live)
+        refuse("--follow needs --live, since a copy does not change");
+    for (const char* option : {"--new", "--interval", "--seconds"})
+        if (app.count(option) && !request.follow)
+            refuse(std::string(option) + " goes with --follow alone");
 }
 
 Kind kindOf(const std::string& name) {
@@ -155,6 +217,7 @@ std::variant<Request, std::string> parseOptions(int argc, char** argv) {
         request.fields = splitAtCommas(flags.fields);
     checkSource(app, request);
     checkFilters(app, request);
+    checkLive(app, request);
     return request;
 }
 

@@ -12,7 +12,7 @@
 
 namespace vdcat {
 
-enum class Kind { Info, Classes, Securities, Params, Limits, Positions };
+enum class Kind { Info, Classes, Securities, Params, Last, Journal, Alerts, Limits, Positions };
 
 const char* nameOf(Kind kind);
 
@@ -27,6 +27,14 @@ struct Request {
     std::vector<std::string> fields;
     std::optional<std::uint64_t> limit;
     std::uint16_t lang = 0;
+    std::optional<std::string> logFolder;
+
+    // Reading beside a server.
+    bool live = false;             // in place, not from a copy
+    bool follow = false;           // again and again
+    bool onlyNew = false;          // not what was there at the start
+    std::uint64_t interval = 1000; // milliseconds from one look to the next
+    std::optional<std::uint64_t> seconds;
 };
 
 // The request, or the text to print where help or the version was asked for.  Raises tool::Failure

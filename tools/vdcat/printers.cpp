@@ -66,6 +66,8 @@ class CsvPrinter : public Printer {
   private:
     void appendCell(const Value& value) {
         const auto* text = std::get_if<std::string_view>(&value);
+        if (const auto* composed = std::get_if<Composed>(&value))
+            text = &composed->plain;
         if (!text || text->find_first_of(",\"\r\n") == std::string_view::npos) {
             appendPlainValue(m_line, value);
             return;

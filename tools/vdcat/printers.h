@@ -23,6 +23,9 @@ class Printer {
     // One value for each column.  False when nobody reads any more.
     virtual bool row(std::span<const Value> values) = 0;
 
+    // Hands on the rows that are held back, for a reader who waits for them.
+    virtual void flush() {}
+
     // Called once, behind the last row.
     virtual void end() = 0;
 };

@@ -45,6 +45,9 @@ class Rows {
         return m_printer->row(m_values) && --m_left > 0;
     }
 
+    // Hands on what is held back.
+    void flush() { m_printer->flush(); }
+
     void end() { m_printer->end(); }
 
   private:

@@ -2,8 +2,14 @@
 
 #include "vdcat/source.h"
 
-#include <optional>
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
 
+#include "support/system.h"
+#include "vdcat/job.h"
+#include "vdcat/overtaken.h"
+#include "vdcat/settings.h"
 #include "vdreader/vdreader.h"
 
 namespace vdcat {
@@ -11,11 +17,19 @@ namespace vdcat {
 namespace {
 
 constexpr const char* kClasses = "class.vd";
+constexpr const char* kCurrentData = "data.vd";
+constexpr const char* kAlerts = "alert.vd";
 constexpr const char* kLimits = "flimit.vd";
 constexpr const char* kPositions = "fclipos.vd";
 
 // The library cuts names behind this length and would open another file.
 constexpr std::size_t kMaxPath = 259;
+
+// What tells the two files that are opened for writing from others, and where: a signature behind
+// the head of the first block, and two magic numbers.
+constexpr std::size_t kSignatureOffset = 24;
+constexpr std::string_view kSignature = "0B6C6676-8C6E-4807-B8CA-60367206277A";
+constexpr std::string_view kMagicNumbers("\x38\x5E\xFB\x34\0\0\0\0\x38\x5E\xFB\x34\0\0\0\0", 16);
 
 bool endsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
@@ -34,10 +48,19 @@ tool::Failure lastFailure() {
     return {tellsOfOpening(text) ? tool::kCannotOpen : tool::kMalformed, text};
 }
 
+void open(Source& source, void (Source::*reader)()) {
+    try {
+        (source.*reader)();
+    } catch (const tool::Failure& failure) {
+        throw tool::Failure(failure.code, source.name() + ": " + failure.what());
+    }
+}
+
 Source::Source(const Request& request)
     : m_name(request.folder.empty() ? request.iniFile : request.folder),
       m_iniFile(request.iniFile),
-      m_section(request.section) {
+      m_section(request.section),
+      m_live(request.live) {
     if (request.folder.empty()) {
         if (!tool::isReadable(m_iniFile))
             throw tool::Failure(tool::kCannotOpen, "cannot open ini file " + m_iniFile);
@@ -56,14 +79,78 @@ Source::Source(const Request& request)
         throw tool::Failure(tool::kCannotOpen, "the path holds a line end: " + m_folder);
 }
 
+// A system that removes no open file keeps the library's copy of data.vd until another file has
+// taken its place there.
+Source::~Source() {
+    if (tool::kOpenFilesStay && m_copies && m_currentDataIsOpen)
+        init_vdreader_dyn_params_file(tool::kNullDevice);
+}
+
+std::string Source::fileOf(const char* key, const char* name) const {
+    if (!m_folder.empty())
+        return tool::joinPath(m_folder, name);
+    const std::string value = iniValue(m_iniFile, m_section, key);
+    return configuredPath(value.empty() ? name : value, tool::executablePath());
+}
+
+std::string Source::prepared(const std::string& path, const char* name, std::size_t offset,
+                             std::string_view mark) {
+    const auto refuse = [&](tool::ExitCode code, const std::string& reason) {
+        throw tool::Failure(code, "the file " + path + " " + reason);
+    };
+    if (path.size() > kMaxPath)
+        refuse(tool::kCannotOpen, "has too long a path");
+    if (!tool::isReadable(path))
+        refuse(tool::kCannotOpen, "can not be opened");
+    const std::string begin = tool::firstBytes(path, offset + mark.size());
+    if (m_live && begin.empty())
+        refuse(tool::kMalformed, "is empty: no server has laid it out yet");
+    if (!begin.empty() && begin.substr(std::min(offset, begin.size())) != mark)
+        refuse(tool::kMalformed, "is none of its kind");
+    if (m_live) {
+        if (!tool::isWritable(path))
+            refuse(tool::kCannotOpen, "can not be opened for writing, which --live needs");
+        return path;
+    }
+    if (!m_copies)
+        m_copies.emplace();
+    return m_copies->copy(path, name);
+}
+
+void Source::openCurrentData() {
+    const std::string path = fileOf("dynparams", kCurrentData);
+    const std::string file = prepared(path, kCurrentData, kSignatureOffset, kSignature);
+    m_currentDataIsOpen = true;
+    lookBesideServer([&] {
+        if (init_vdreader_dyn_params_file(file.c_str()) != 1)
+            throw lastFailure();
+    });
+}
+
+void Source::openAlerts() {
+    const std::string path = fileOf("alerts", kAlerts);
+    m_alertFile = prepared(path, kAlerts, 0, kMagicNumbers);
+    openThrough(init_vdreader_alerts, "alerts", m_alertFile);
+}
+
+std::uint64_t Source::alertFileSize() const {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(m_alertFile, error);
+    return error ? 0 : size;
+}
+
+void Source::openThrough(std::int32_t (*init)(const char*, const char*), const char* key,
+                         const std::string& path) {
+    const tool::TemporaryFile temporary("[" + m_section + "]\n" + key + " = " + path + "\n");
+    if (init(temporary.path().c_str(), m_section.c_str()) != 1)
+        throw lastFailure();
+}
+
 void Source::openFlatFile(std::int32_t (*init)(const char*, const char*), const char* key,
                           const char* name) {
-    std::optional<tool::TemporaryFile> temporary;
     if (!m_folder.empty())
-        temporary.emplace("[" + m_section + "]\n" + key + " = " + tool::joinPath(m_folder, name) +
-                          "\n");
-    const std::string& iniFile = temporary ? temporary->path() : m_iniFile;
-    if (init(iniFile.c_str(), m_section.c_str()) != 1)
+        return openThrough(init, key, tool::joinPath(m_folder, name));
+    if (init(m_iniFile.c_str(), m_section.c_str()) != 1)
         throw lastFailure();
 }
 

@@ -57,6 +57,14 @@ bool TablePrinter::row(std::span<const Value> values) {
     return m_held.size() <= kHeldRows || release();
 }
 
+// A head without rows waits, so that its widths are those of the rows.
+void TablePrinter::flush() {
+    if (m_held.size() == 1 && !m_headIsOut)
+        return;
+    release();
+    m_released = false;
+}
+
 void TablePrinter::end() {
     release();
 }
@@ -69,6 +77,7 @@ void TablePrinter::hold(std::vector<std::string> cells) {
 
 bool TablePrinter::release() {
     m_released = true;
+    m_headIsOut = true;
     bool goOn = true;
     for (std::size_t i = 0; i < m_held.size() && goOn; ++i)
         goOn = writeLine(m_held[i]);

@@ -1,8 +1,10 @@
 // A table with a head line: columns two blanks apart, numbers to the right, texts to the left, "-"
 // for a text that is absent, a dot for each control character.
 //
-// Widths are taken from the first 20,000 rows, which are held back until then; a longer text
-// further down pushes its line to the right.  Nothing is cut.
+// Widths are taken from the first 20,000 rows, which are held back until then or until a flush; a
+// longer text further down pushes its line to the right.  Nothing is cut.  Behind a flush rows are
+// held back again, and widths may grow from one flush to the next.  The head comes out with the
+// first row, or at the end.
 
 #pragma once
 
@@ -19,6 +21,7 @@ class TablePrinter : public Printer {
 
     void begin(const std::vector<Column>& columns) override;
     bool row(std::span<const Value> values) override;
+    void flush() override;
     void end() override;
 
   private:
@@ -31,6 +34,7 @@ class TablePrinter : public Printer {
     std::vector<std::size_t> m_widths;
     std::vector<std::vector<std::string>> m_held;
     bool m_released = false;
+    bool m_headIsOut = false;
 };
 
 } // namespace vdcat

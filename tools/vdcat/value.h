@@ -11,9 +11,16 @@
 
 namespace vdcat {
 
+// Several values in one: as a JSON array or object, and as a text for people and CSV.  Both point
+// into the row and are UTF-8 already.
+struct Composed {
+    std::string_view json;
+    std::string_view plain;
+};
+
 // Nothing (a text that the record does not have), a text in the writer's own encoding, a whole
-// number or a floating one.  A text points into the record.
-using Value = std::variant<std::monostate, std::string_view, std::int64_t, double>;
+// number, a floating one or several values.  A text points into the record.
+using Value = std::variant<std::monostate, std::string_view, std::int64_t, double, Composed>;
 
 struct Column {
     std::string name;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <exception>
 
+#include "support/brokenContract.h"
 #include "vdcat/source.h"
 
 namespace vdcat {
@@ -66,6 +67,30 @@ void walkSecuritiesOf(const char* classCode,
     Bridge<sClassParUnitedDesc*, sSecurityDesc*>::run(visit, [&](SecurityCallback callback) {
         return for_each_security_in_class(classCode, callback);
     });
+}
+
+void walkChanges(const std::function<bool(sDynParams*)>& visit) {
+    const tool::BrokenContract guard("vdcat: a record of data.vd has an impossible mask\n",
+                                     tool::kMalformed);
+    // A run-time whose handler returns lets the record through.
+    const std::function<bool(sDynParams*)> checked = [&](sDynParams* record) {
+        if (record->maskSize > sizeof record->mask)
+            throw tool::Failure(tool::kMalformed, "a record of data.vd has an impossible mask");
+        return visit(record);
+    };
+    Bridge<sDynParams*>::run(checked, [](DynParamsCallback callback) {
+        // This walk alone lets the failures of the file out as they are raised.
+        try {
+            return for_each_dynamic_params(callback);
+        } catch (const std::exception& error) {
+            throw tool::Failure(tool::kMalformed, error.what());
+        }
+    });
+}
+
+void walkAlerts(const std::function<bool(sAlertDesc*)>& visit) {
+    Bridge<sAlertDesc*>::run(visit,
+                             [](AlertCallback callback) { return for_each_alert(callback); });
 }
 
 void walkLimits(const std::function<bool(sFutLimit*)>& visit) {
