@@ -17,6 +17,9 @@ run_tests() {
     say "run the tests of $stage"
     if ! (cd "$top" && ctest --preset "$preset" "$@") >"$log" 2>&1 </dev/null; then
         sed -n '/\*\*\*/,$p' "$log" | tail -n 150 >&2
+        # Once more at the end, where a log that is cut off from above still has it.
+        grep -h -A 8 -E ': Failure|Sanitizer: |\*\*\*' "$log" | tail -n 60 >&2 ||
+            tail -n 60 "$log" >&2
         fail "tests of $stage (all output: ${log#"$top"/})"
     fi
     awk '{sub(/\r$/, "")} skipped {count[$0]++} {skipped = /: Skipped$/}
@@ -24,7 +27,10 @@ run_tests() {
         "$top/build/$preset/Testing/Temporary/LastTest.log"
     # A preset may try a failed test again; what passed in the end is named all the same.
     sed -n '/\*\*\*\(Failed\|Timeout\|Exception\)/s/^.* Test *#[0-9]*: /   tried again: /p' "$log"
+    sed -n '/its cases cannot be listed/s/^/   /p' "$log"
     result=$(grep 'tests passed' "$log")
+    result+=$(awk '/^\[  PASSED  \]/ {cases += $4} END {if (cases) printf " (cases: %d)", cases}' \
+        "$top/build/$preset/Testing/Temporary/LastTest.log")
     say "$stage: $result"
     summary+=("$(printf '%-8s %s' "$stage" "$result")")
 }
@@ -57,20 +63,36 @@ start_wine() {
     step wine-start "start Wine" "$top/scripts/wine-run.sh" wineboot --init
 }
 
-# test_fuzz: replays the corpora, then lets every target look for more.
+# fuzz_target PROGRAM: lets it look for more than its corpus holds.
+fuzz_target() {
+    local name="${1##*/fuzz_}" found
+    found="$top/build/linux-fuzz/found/$name"
+    mkdir -p "$found"
+    step "fuzz-$name" "fuzz $name for ${FUZZ_SECONDS:-15} s" \
+        "$1" -max_total_time="${FUZZ_SECONDS:-15}" -print_final_stats=1 \
+        -artifact_prefix="$found/" "$found" "$top/fuzz/corpus/$name"
+}
+
+# test_fuzz: replays the corpora, then lets the targets look for more, one on each processor.
 test_fuzz() {
-    local target name found
+    local target name running=() failed=
     need build-linux test fuzz
     configure linux-fuzz
     build linux-fuzz
     run_tests fuzz linux-fuzz
     for target in "$top"/build/linux-fuzz/bin/fuzz_*; do
+        fuzz_target "$target" &
+        running+=($!)
+        [ ${#running[@]} -ge "$(nproc)" ] || continue
+        wait "${running[0]}" || failed=yes
+        running=("${running[@]:1}")
+    done
+    for target in "${running[@]}"; do
+        wait "$target" || failed=yes
+    done
+    [ -z "$failed" ] || fail "fuzz targets"
+    for target in "$top"/build/linux-fuzz/bin/fuzz_*; do
         name="${target##*/fuzz_}"
-        found="$top/build/linux-fuzz/found/$name"
-        mkdir -p "$found"
-        step "fuzz-$name" "fuzz $name for ${FUZZ_SECONDS:-15} s" \
-            "$target" -max_total_time="${FUZZ_SECONDS:-15}" -print_final_stats=1 \
-            -artifact_prefix="$found/" "$found" "$top/fuzz/corpus/$name"
         summary+=("$(printf '%-8s %s: %s runs' fuzz "$name" \
             "$(awk '/stat::number_of_executed_units/ {print $2}' "$logs/fuzz-$name.log")")")
     done

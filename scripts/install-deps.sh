@@ -16,14 +16,17 @@ usage() {
 packages_of() {
     case "$1" in
         build-linux)
-            echo cmake ninja-build g++ libboost1.81-dev libboost-filesystem1.81-dev libcli11-dev ;;
+            echo cmake ninja-build g++ libboost1.81-dev libboost-filesystem1.81-dev libcli11-dev \
+                libdw-dev libunwind-dev ;;
         build-windows)
             echo cmake ninja-build g++-mingw-w64-x86-64-posix libboost1.81-dev \
                 libcli11-dev xz-utils ;;
-        test) echo googletest python3 binutils pkgconf make ;;
+        test) echo gdb googletest python3 binutils pkgconf make ;;
         test-windows) echo wine wine64 ;;
         fuzz) echo clang-14 libclang-rt-14-dev llvm-14 python3 ;;
-        bench) echo libbenchmark-dev liblmdb-dev libsimpleini-dev python3 ;;
+        bench)
+            echo gdb heaptrack libbenchmark-dev liblmdb-dev libsimpleini-dev libspdlog-dev \
+                libsqlite3-dev python3 ;;
         style) echo clang-format-14 clang-tidy-14 python3 shellcheck ;;
         *) usage ;;
     esac

@@ -6,7 +6,7 @@ explains, and in its last column, in backticks, one test or more as `Suite.Name`
 import collections
 import re
 
-QUIRKS = "docs/quirks.md"
+DOCUMENT = "docs/quirks.md"
 MARK = re.compile(r"(//|/\*|\*|#)\s*Deliberate:")
 TEST = re.compile(r"\bTEST(?:_[FP])?\(\s*(\w+)\s*,\s*(\w+)\s*\)")
 CTEST = re.compile(r"\badd_test\(NAME (\w+)\.(\w+)")
@@ -38,15 +38,15 @@ def check(files, quirks_text):
     for number, cells in rows(quirks_text):
         row_tests = re.findall(r"`(\w+\.\w+)`", cells[-1])
         if not row_tests:
-            yield QUIRKS, number, "quirk", "the last column names no test as `Suite.Name`"
+            yield DOCUMENT, number, "quirk", "the last column names no test as `Suite.Name`"
         for test in row_tests:
             if test not in tests:
-                yield QUIRKS, number, "quirk", f"there is no test {test}"
+                yield DOCUMENT, number, "quirk", f"there is no test {test}"
         for path in re.findall(r"`([\w./-]+/[\w.-]+\.\w+)`", " ".join(cells[:-1])):
             explained[path] += 1
             if path not in names:
-                yield QUIRKS, number, "quirk", f"there is no file {path}"
+                yield DOCUMENT, number, "quirk", f"there is no file {path}"
     for name, count in sorted(marks.items()):
         if count > explained[name]:
             yield (name, 1, "quirk",
-                   f"{count} \"Deliberate:\" comments, {explained[name]} rows in {QUIRKS}")
+                   f"{count} \"Deliberate:\" comments, {explained[name]} rows in {DOCUMENT}")

@@ -11,9 +11,31 @@
 
 namespace {
 
-std::string allBytes(const sample::Market& market) {
+std::string settledBytes(const sample::Market& market) {
     return sample::encodeClassFile(market.classes) + sample::encodeFutLimits(market.limits) +
            sample::encodeFutPositions(market.positions);
+}
+
+// alert.vd, and of data.vd what is not zero, with the offsets.
+std::string liveBytes(const sample::Market& market) {
+    std::string bytes = sample::encodeAlertFile(market.alerts);
+    sample::encodeDataParts(sample::makeDataFile(market),
+                            [&](std::uint64_t offset, std::string_view part) {
+                                bytes += std::to_string(offset);
+                                bytes += part;
+                            });
+    return bytes;
+}
+
+std::string allBytes(const sample::Market& market) {
+    return settledBytes(market) + liveBytes(market);
+}
+
+std::uint64_t hashOf(const std::string& bytes) {
+    std::uint64_t hash = 14695981039346656037u;
+    for (const char byte : bytes)
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211u;
+    return hash;
 }
 
 TEST(SampleMarket, SizesAreThoseAskedFor) {
@@ -39,13 +61,12 @@ TEST(SampleMarket, SameSeedSameBytes) {
     EXPECT_NE(bytes, allBytes(sample::makeMarket({.seed = 6})));
 }
 
-// The number is what the writer gave on both systems when the test was made: files must not change
-// from one system to the other, and a change of the generator should be meant.
+// The numbers are what the writer gave on both systems when the test was made: files must not
+// change from one system to the other, and a change of the generator should be meant.
 TEST(SampleMarket, BytesAreTheSameOnEverySystem) {
-    std::uint64_t hash = 14695981039346656037u;
-    for (const char byte : allBytes(sample::makeMarket({})))
-        hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211u;
-    EXPECT_EQ(hash, 11976331215478158760u);
+    const sample::Market market = sample::makeMarket({});
+    EXPECT_EQ(hashOf(settledBytes(market)), 11976331215478158760u);
+    EXPECT_EQ(hashOf(liveBytes(market)), 9370542518082679892u);
 }
 
 TEST(SampleMarket, KeysAreUniqueAndCodesShort) {
@@ -148,6 +169,10 @@ TEST(SampleMarket, SmallMarkets) {
     const sample::Market nothing =
         sample::makeMarket({.classes = 0, .securities = 0, .limits = 0, .positions = 5});
     EXPECT_TRUE(nothing.classes.empty());
+    EXPECT_TRUE(nothing.slots.empty());
+    EXPECT_TRUE(nothing.changes.empty());
+    ASSERT_EQ(nothing.alerts.size(), 1000u);
+    EXPECT_TRUE(nothing.alerts[0].class_codes.empty());
     EXPECT_TRUE(nothing.positions.empty());
     const sample::Market one = sample::makeMarket(
         {.classes = 1, .securities = 1, .params = 0, .names = 0, .limits = 0, .positions = 1});
@@ -155,6 +180,12 @@ TEST(SampleMarket, SmallMarkets) {
     EXPECT_EQ(one.positions[0].seccode, one.classes[0].securities[0].sec_code);
     EXPECT_TRUE(one.classes[0].params.empty());
     EXPECT_TRUE(one.classes[0].securities[0].names.empty());
+    EXPECT_EQ(one.changes.size(), 1000u);
+    EXPECT_TRUE(one.changes[0].mask.empty());
+    const sample::Market still = sample::makeMarket({.slots = false, .changes = 0, .alerts = 0});
+    EXPECT_TRUE(still.slots.empty());
+    EXPECT_TRUE(sample::makeDataFile(still).eventPages.empty());
+    EXPECT_TRUE(still.alerts.empty());
 }
 
 TEST(SampleMarket, SizesBeyondTheBoundsRaise) {
@@ -163,6 +194,8 @@ TEST(SampleMarket, SizesBeyondTheBoundsRaise) {
     EXPECT_THROW(sample::makeMarket({.securities = 4'000'001}), std::length_error);
     EXPECT_THROW(sample::makeMarket({.params = 60'001}), std::length_error);
     EXPECT_THROW(sample::makeMarket({.names = 65'536}), std::length_error);
+    EXPECT_THROW(sample::makeMarket({.changes = 20'000'001}), std::length_error);
+    EXPECT_THROW(sample::makeMarket({.alerts = 20'000'001}), std::length_error);
 }
 
 } // namespace

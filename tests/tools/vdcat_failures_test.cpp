@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+
 #include "sample/bytes.h"
 #include "sample/output.h"
 #include "support/process.h"
@@ -13,7 +15,7 @@ namespace {
 
 class VdcatFailures : public testing::Test {
   protected:
-    VdcatFailures() { sample::writeMarket(folder.path(), sample::makeMarket({})); }
+    VdcatFailures() { sample::writeMarket(folder.path(), sample::makeMarket({.maxSecs = 2'000})); }
 
     // Expects the exit code, no output and one line on standard error that holds the text.
     void expectFailure(const std::vector<std::string>& arguments, int code,
@@ -28,7 +30,7 @@ class VdcatFailures : public testing::Test {
     }
 
     void damage(std::size_t offset, char byte) {
-        std::string bytes = sample::encodeClassFile(sample::makeMarket({}).classes);
+        std::string bytes = sample::encodeClassFile(sample::makeMarket({.maxSecs = 2'000}).classes);
         bytes.at(offset) = byte;
         sample::writeFile(folder.path() / "class.vd", bytes);
     }
@@ -53,6 +55,27 @@ TEST_F(VdcatFailures, WrongUsageGives2) {
     expectFailure({"limits", dir, "--class", "A"}, 2, "--class does not go with limits");
     expectFailure({"classes", dir, "--sec", "A"}, 2, "--sec does not go with classes");
     expectFailure({"positions", dir, "--lang", "1"}, 2, "--lang does not go with positions");
+    expectFailure({"last", dir, "--lang", "1"}, 2, "--lang does not go with last");
+    expectFailure({"alerts", dir, "--class", "A"}, 2, "--class does not go with alerts");
+    expectFailure({"alerts", dir, "--sec", "A"}, 2, "--sec does not go with alerts");
+}
+
+TEST_F(VdcatFailures, WrongUsageOfTheLiveOptionsGives2) {
+    const std::string dir = folder.name();
+    for (const char* kind : {"classes", "securities", "params", "limits", "positions"}) {
+        const std::string ending = std::string(" does not go with ") + kind;
+        expectFailure({kind, dir, "--live"}, 2, "--live" + ending);
+        expectFailure({kind, dir, "--follow"}, 2, "--follow" + ending);
+    }
+    expectFailure({"info", dir, "--live", "--follow"}, 2, "--follow does not go with info");
+    for (const char* kind : {"last", "journal", "alerts"}) {
+        expectFailure({kind, dir, "--follow"}, 2,
+                      "--follow needs --live, since a copy does not change");
+        expectFailure({kind, dir, "--live", "--new"}, 2, "--new goes with --follow alone");
+        expectFailure({kind, dir, "--seconds", "1"}, 2, "--seconds goes with --follow alone");
+        expectFailure({kind, dir, "--interval", "5"}, 2, "--interval goes with --follow alone");
+    }
+    expectFailure({"last", dir, "--live", "--follow", "--interval", "x"}, 2, "no whole number");
 }
 
 TEST_F(VdcatFailures, UnknownFieldListsTheFields) {
@@ -64,7 +87,8 @@ TEST_F(VdcatFailures, UnknownFieldListsTheFields) {
 
 TEST_F(VdcatFailures, WhatIsMissingGives3) {
     const std::string absent = folder.file("absent");
-    for (const char* kind : {"info", "classes", "securities", "params", "limits", "positions"}) {
+    for (const char* kind : {"info", "classes", "securities", "params", "last", "journal", "alerts",
+                             "limits", "positions"}) {
         expectFailure({kind, absent}, 3, "there is no folder " + absent);
         expectFailure({kind, folder.file("class.vd")}, 3, "there is no folder ");
         expectFailure({kind, "--ini", absent}, 3, "cannot open ini file " + absent);
@@ -127,14 +151,15 @@ TEST_F(VdcatFailures, InfoReportsAllAndGivesTheFirstCode) {
               std::string::npos);
     EXPECT_NE(result.out.find("limits,ready,1000,\r\n"), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("positions,failed,0,alerts file "), std::string::npos);
-    sample::writeMarket(folder.path(), sample::makeMarket({}));
+    sample::writeMarket(folder.path(), sample::makeMarket({.maxSecs = 2'000}));
     std::filesystem::remove(folder.path() / "flimit.vd");
     EXPECT_EQ(vdcat({"info", folder.name()}).code, 3);
 }
 
 TEST_F(VdcatFailures, ClosedPipeIsSilent) {
     for (const char* form : {"--json", "--csv", "--table"})
-        for (const char* kind : {"info", "classes", "securities", "limits", "positions"}) {
+        for (const char* kind : {"info", "classes", "securities", "last", "journal", "alerts",
+                                 "limits", "positions"}) {
             const RunResult result = vdcat({kind, folder.name(), form}, StandardOutput::NoReader);
             EXPECT_EQ(result.code, 0) << kind << form;
             EXPECT_EQ(result.err, "") << kind << form;
@@ -160,25 +185,33 @@ TEST_F(VdcatFailures, HelpAndVersionGoToStandardOutput) {
     const RunResult help = vdcat({"--help"});
     EXPECT_EQ(help.code, 0);
     EXPECT_EQ(help.err, "");
-    for (const char* word : {"info", "classes", "securities", "params", "limits", "positions",
-                             "--ini", "--section", "--fields", "--limit", "--lang", "--class",
-                             "--sec", "--csv", "--json", "--table", "Exit codes"})
+    for (const char* word :
+         {"info",   "classes",   "securities", "params",    "last",   "journal",    "alerts",
+          "limits", "positions", "--live",     "--follow",  "--new",  "--interval", "--seconds",
+          "--ini",  "--section", "--fields",   "--limit",   "--lang", "--class",    "--sec",
+          "--csv",  "--json",    "--table",    "Exit codes"})
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
     EXPECT_EQ(vdcat({"--version"}).out, "vdcat " VDREADER_TOOL_VERSION "\n");
 }
 
 TEST_F(VdcatFailures, FilesAreOnlyRead) {
-    const auto before = std::filesystem::last_write_time(folder.path() / "class.vd");
-    const std::string bytes = readFile(folder.path() / "class.vd");
-    const std::string limits = readFile(folder.path() / "flimit.vd");
-    EXPECT_EQ(vdcat({"info", folder.name()}).code, 0);
-    EXPECT_EQ(std::filesystem::last_write_time(folder.path() / "class.vd"), before);
-    EXPECT_EQ(readFile(folder.path() / "class.vd"), bytes);
-    EXPECT_EQ(readFile(folder.path() / "flimit.vd"), limits);
+    const char* names[] = {"class.vd", "data.vd", "alert.vd", "flimit.vd", "fclipos.vd"};
+    std::vector<std::filesystem::file_time_type> times;
+    std::vector<std::string> bytes;
+    for (const char* name : names) {
+        times.push_back(std::filesystem::last_write_time(folder.path() / name));
+        bytes.push_back(readFile(folder.path() / name));
+    }
+    for (const char* kind : {"info", "last", "journal", "alerts"})
+        EXPECT_EQ(vdcat({kind, folder.name()}).code, 0);
+    for (std::size_t i = 0; i < std::size(names); ++i) {
+        EXPECT_EQ(std::filesystem::last_write_time(folder.path() / names[i]), times[i]) << names[i];
+        EXPECT_TRUE(readFile(folder.path() / names[i]) == bytes[i]) << names[i];
+    }
     std::size_t entries = 0;
     for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder.path()))
         ++entries;
-    EXPECT_EQ(entries, 4u);
+    EXPECT_EQ(entries, 6u);
 }
 
 } // namespace

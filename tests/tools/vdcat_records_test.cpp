@@ -16,8 +16,14 @@ namespace {
 class VdcatRecords : public testing::Test {
   protected:
     VdcatRecords()
-        : market(sample::makeMarket(
-              {.classes = 6, .securities = 60, .params = 26, .limits = 20, .positions = 30})) {
+        : market(sample::makeMarket({.classes = 6,
+                                     .securities = 60,
+                                     .params = 26,
+                                     .limits = 20,
+                                     .positions = 30,
+                                     .changes = 12,
+                                     .alerts = 14,
+                                     .maxSecs = 2'000})) {
         sample::writeMarket(folder.path(), market);
     }
 
@@ -76,17 +82,20 @@ TEST_F(VdcatRecords, PositionsShowAllFields) {
 
 TEST_F(VdcatRecords, InfoCountsEachKind) {
     const auto shown = lines({"info"});
-    ASSERT_EQ(shown.size(), 5u);
-    const char* kinds[] = {"classes", "securities", "params", "limits", "positions"};
-    const int counts[] = {6, 60, 6 * 26, 20, 30};
-    for (std::size_t i = 0; i < 5; ++i)
+    ASSERT_EQ(shown.size(), 8u);
+    const char* kinds[] = {"classes", "securities", "params", "last",
+                           "journal", "alerts",     "limits", "positions"};
+    const std::size_t counts[] = {6, 60, 6 * 26, market.slots.size(), 12, 14, 20, 30};
+    EXPECT_LT(market.slots.size(), 60u);
+    for (std::size_t i = 0; i < 8; ++i)
         expectSameFields(
             shown[i],
             {{"kind", kinds[i]}, {"state", "ready"}, {"count", counts[i]}, {"error", nullptr}});
 }
 
 TEST_F(VdcatRecords, IniFileGivesTheSameAsTheFolder) {
-    for (const char* kind : {"info", "classes", "securities", "params", "limits", "positions"}) {
+    for (const char* kind : {"info", "classes", "securities", "params", "last", "journal", "alerts",
+                             "limits", "positions"}) {
         const RunResult byFolder = vdcat({kind, folder.name()});
         const RunResult byIni = vdcat({kind, "--ini", folder.file("vdreader.ini")});
         EXPECT_EQ(byIni.code, 0) << byIni.err;
@@ -152,7 +161,8 @@ TEST_F(VdcatRecords, ClassAndSecurityChoose) {
 }
 
 TEST_F(VdcatRecords, LimitStopsTheWalk) {
-    for (const char* kind : {"classes", "securities", "params", "limits", "positions", "info"}) {
+    for (const char* kind : {"classes", "securities", "params", "last", "journal", "alerts",
+                             "limits", "positions", "info"}) {
         EXPECT_EQ(lines({kind, "--limit", "3"}).size(), 3u) << kind;
         EXPECT_EQ(lines({kind, "--limit", "0"}).size(), 0u) << kind;
         EXPECT_GE(lines({kind, "--limit", "18446744073709551615"}).size(), 5u) << kind;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 
 namespace json = boost::json;
 
@@ -37,6 +38,16 @@ std::string fromLatin1(const std::string& text) {
         }
     }
     return utf8;
+}
+
+std::string hexOf(std::string_view bytes) {
+    std::string digits;
+    for (const char letter : bytes) {
+        char pair[3];
+        std::snprintf(pair, sizeof pair, "%02x", static_cast<unsigned char>(letter));
+        digits += pair;
+    }
+    return digits;
 }
 
 json::object expectedClass(const sample::ClassRecord& record) {
@@ -124,6 +135,76 @@ json::object expectedParam(const sample::ClassRecord& record, std::size_t index,
             {"enum", name ? text(name->enum_desc) : nullptr}};
 }
 
+json::object expectedLast(const sample::ClassRecord& record, const sample::Security& security,
+                          const sample::Slot* slot) {
+    json::object fields{{"class_code", text(record.classCode)},
+                        {"sec_code", text(security.sec_code)},
+                        {"values", nullptr}};
+    if (!slot)
+        return fields;
+    json::object values;
+    for (std::size_t i = 0; i < record.params.size(); ++i)
+        if (slot->has(i))
+            values[record.params[i].db_name] =
+                record.params[i].flags & 1 ? json::value(slot->doubleAt(i)) : slot->longAt(i);
+    fields["values"] = values;
+    return fields;
+}
+
+json::object expectedChange(const sample::ClassRecord& record, const sample::Security& security,
+                            const sample::Record& change) {
+    json::object values;
+    std::size_t longs = 0;
+    std::size_t doubles = 0;
+    for (std::size_t i = 0; i < record.params.size(); ++i) {
+        if (i / 8 >= change.mask.size() || !(change.mask[i / 8] & 1 << i % 8))
+            continue;
+        values[record.params[i].db_name] = record.params[i].flags & 1
+                                               ? json::value(change.doubles.at(doubles++))
+                                               : change.longs.at(longs++);
+    }
+    const std::string mask(change.mask.begin(), change.mask.end());
+    return {{"dataField1", change.dataField1},
+            {"dataField2", change.dataField2},
+            {"dataField3", change.dataField3},
+            {"class_code", text(record.classCode)},
+            {"sec_code", text(security.sec_code)},
+            {"sec_id", change.sec_id},
+            {"mask", json::string(hexOf(mask))},
+            {"maskSize", change.mask.size()},
+            {"longCount", change.longs.size()},
+            {"doubleCount", change.doubles.size()},
+            {"longs", json::value_from(change.longs)},
+            {"doubles", json::value_from(change.doubles)},
+            {"values", values}};
+}
+
+json::object expectedAlert(const sample::Alert& alert, std::size_t number) {
+    json::object fields;
+    fields["number"] = number;
+    fields["send_type"] = alert.send_type > 6 ? 7 : alert.send_type;
+    fields["flags"] = static_cast<std::uint32_t>(alert.flags);
+    fields["class_code"] = alert.class_codes.empty() ? nullptr : text(alert.class_codes[0]);
+    fields["data_id"] = json::string(hexOf(alert.data_id));
+    fields["data_id_size"] = alert.data_id.size();
+    fields["body"] = text(alert.body);
+    fields["body_hex"] = json::string(hexOf(alert.body));
+    fields["body_size"] = alert.body.size();
+    fields["user_ids"] = json::value_from(alert.user_ids);
+    fields["user_id_size"] = alert.user_ids.size();
+#define TEXT(field) fields[#field] = text(alert.field)
+#define NUMBER(field) fields[#field] = alert.field
+    TEXT(firm_id);
+    TEXT(client_code);
+    NUMBER(type);
+    NUMBER(perms);
+    NUMBER(perms_ex);
+    NUMBER(perms_ex2);
+#undef TEXT
+#undef NUMBER
+    return fields;
+}
+
 json::object expectedLimit(const sample::FutLimit& limit) {
     json::object fields;
 #define TEXT(field) fields[#field] = text(limit.field)
@@ -182,16 +263,32 @@ json::object expectedPosition(const sample::FutPosition& position) {
     return fields;
 }
 
+namespace {
+
+// The parser rounds the last place of a number its own way; the digits have a test of their own.
+void expectSameValue(const json::value& shown, const json::value& expected,
+                     const std::string& name) {
+    if (expected.is_double() && shown.is_number()) {
+        EXPECT_DOUBLE_EQ(shown.to_number<double>(), expected.as_double()) << name;
+    } else if (expected.is_object() && shown.is_object()) {
+        expectSameFields(shown.as_object(), expected.as_object());
+    } else if (expected.is_array() && shown.is_array()) {
+        ASSERT_EQ(shown.as_array().size(), expected.as_array().size()) << name;
+        for (std::size_t i = 0; i < shown.as_array().size(); ++i)
+            expectSameValue(shown.as_array()[i], expected.as_array()[i], name);
+    } else {
+        EXPECT_EQ(shown, expected) << name;
+    }
+}
+
+} // namespace
+
 void expectSameFields(const json::object& shown, const json::object& expected) {
     EXPECT_EQ(shown.size(), expected.size());
     for (const auto& field : expected) {
         const json::value* value = shown.if_contains(field.key());
         ASSERT_NE(value, nullptr) << field.key();
-        // The parser rounds the last place its own way; the digits have a test of their own.
-        if (field.value().is_double())
-            EXPECT_DOUBLE_EQ(value->to_number<double>(), field.value().as_double()) << field.key();
-        else
-            EXPECT_EQ(*value, field.value()) << field.key();
+        expectSameValue(*value, field.value(), std::string(field.key()));
     }
 }
 
