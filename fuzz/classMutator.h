@@ -138,13 +138,8 @@ inline std::string damagedClassFile(std::string bytes, Dice& dice, std::size_t m
     return bytes;
 }
 
-// The custom mutator: damages the file and now and then the fault trailer behind it.
-inline std::size_t mutateClassFile(std::uint8_t* data, std::size_t size, std::size_t most,
-                                   unsigned seed, PlainMutator mutate) {
-    Dice dice(seed);
-    const Input input = splitInput(data, size);
-    std::string trailer(reinterpret_cast<const char*>(data) + input.file.size(),
-                        size - input.file.size());
+// Now and then a fault trailer, or none.
+inline void changeTrailer(std::string& trailer, Dice& dice) {
     if (dice.oneIn(16)) {
         trailer.assign(kFaultMark);
         trailer += {static_cast<char>(dice.below(256)), static_cast<char>(dice.below(40)),
@@ -152,6 +147,16 @@ inline std::size_t mutateClassFile(std::uint8_t* data, std::size_t size, std::si
     } else if (dice.oneIn(32)) {
         trailer.clear();
     }
+}
+
+// The custom mutator: damages the file and now and then the fault trailer behind it.
+inline std::size_t mutateClassFile(std::uint8_t* data, std::size_t size, std::size_t most,
+                                   unsigned seed, PlainMutator mutate) {
+    Dice dice(seed);
+    const Input input = splitInput(data, size);
+    std::string trailer(reinterpret_cast<const char*>(data) + input.file.size(),
+                        size - input.file.size());
+    changeTrailer(trailer, dice);
     if (most < trailer.size())
         trailer.clear();
     std::string bytes =
