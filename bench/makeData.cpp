@@ -2,14 +2,14 @@
 //
 // class.vd, flimit.vd and fclipos.vd come from the sample writer; the ini file is made here; the
 // database holds the classes, securities and parameters of class.vd, each as one value in its
-// stored form.
+// stored form.  makeMappedData.cpp writes the files that are mapped.
 
-#include <lmdb.h>
 #include <filesystem>
 #include <iostream>
-#include <stdexcept>
 
 #include "data.h"
+#include "database.h"
+#include "makeData.h"
 #include "sample/classFile.h"
 #include "sample/futuresFiles.h"
 #include "sample/market.h"
@@ -30,53 +30,21 @@ std::string encodeSettings() {
     return text;
 }
 
-void check(int result) {
-    if (result != MDB_SUCCESS)
-        throw std::runtime_error(std::string("database: ") + mdb_strerror(result));
-}
-
-class DatabaseWriter {
-  public:
-    explicit DatabaseWriter(const fs::path& path) {
-        check(mdb_env_create(&m_environment));
-        check(mdb_env_set_mapsize(m_environment, std::size_t{256} << 20));
-        check(mdb_env_open(m_environment, path.c_str(), MDB_NOSUBDIR, 0644));
-        check(mdb_txn_begin(m_environment, nullptr, 0, &m_transaction));
-        check(mdb_dbi_open(m_transaction, nullptr, 0, &m_database));
-    }
-    DatabaseWriter(const DatabaseWriter&) = delete;
-    DatabaseWriter& operator=(const DatabaseWriter&) = delete;
-    ~DatabaseWriter() { mdb_env_close(m_environment); }
-
-    // Keys come in ascending order, so the pages are filled whole.
-    void add(bench::DatabaseKey key, const std::string& bytes) {
-        MDB_val name = {sizeof key.bytes, key.bytes};
-        MDB_val value = {bytes.size(), const_cast<char*>(bytes.data())};
-        check(mdb_put(m_transaction, m_database, &name, &value, MDB_APPEND));
-    }
-
-    void commit() { check(mdb_txn_commit(m_transaction)); }
-
-  private:
-    MDB_env* m_environment = nullptr;
-    MDB_txn* m_transaction = nullptr;
-    MDB_dbi m_database = 0;
-};
-
 void writeDatabase(const fs::path& path, const std::vector<sample::ClassRecord>& classes,
                    const std::string& classFile) {
     using bench::ValueKind;
-    DatabaseWriter writer(path);
+    using Key = bench::DatabaseKey;
+    bench::DatabaseWriter writer(path.c_str());
     for (std::uint8_t number = 0; number < classes.size(); ++number) {
         const std::size_t record = sample::kRecordsOffset + number * sample::kClassRecordSize;
-        writer.add({number, ValueKind::Class, 0},
+        writer.add(Key{number, ValueKind::Class, 0},
                    classFile.substr(record, sample::kClassRecordSize));
         std::uint32_t i = 0;
         for (const sample::Security& security : classes[number].securities)
-            writer.add({number, ValueKind::Security, i++}, sample::encodeSecurity(security));
+            writer.add(Key{number, ValueKind::Security, i++}, sample::encodeSecurity(security));
         i = 0;
         for (const sample::Param& param : classes[number].params)
-            writer.add({number, ValueKind::Param, i++}, sample::encodeParam(param));
+            writer.add(Key{number, ValueKind::Param, i++}, sample::encodeParam(param));
     }
     writer.commit();
 }
@@ -89,6 +57,9 @@ void writeAll(const fs::path& folder) {
     options.names = 2;
     options.limits = bench::kFlatRecords;
     options.positions = bench::kFlatRecords;
+    options.slots = false;
+    options.changes = 0;
+    options.alerts = bench::kAlerts;
     const sample::Market market = sample::makeMarket(options);
 
     const std::string classFile = sample::encodeClassFile(market.classes);
@@ -101,6 +72,7 @@ void writeAll(const fs::path& folder) {
     sample::writeFile(folder / bench::kReaderIni, sample::encodeIni(fs::absolute(folder)));
     sample::writeFile(folder / bench::kIniFile, encodeSettings());
     writeDatabase(folder / bench::kDatabase, market.classes, classFile);
+    bench::writeMappedFiles(folder, market);
 }
 
 } // namespace

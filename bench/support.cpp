@@ -46,6 +46,10 @@ const std::string& dataFile(const char* name) {
     return full;
 }
 
+std::string outputFile(const char* name) {
+    return folder + "/" + name;
+}
+
 void startWithFreshHeap() {
     ::mallopt(M_TRIM_THRESHOLD, kHeapLimit);
     ::malloc_trim(0);

@@ -13,6 +13,9 @@ namespace bench {
 // Full name of a data file.  Ends the program if the file is not there.
 const std::string& dataFile(const char* name);
 
+// Full name of a file that a benchmark writes, beside the data.
+std::string outputFile(const char* name);
+
 // Gives all free memory back to the system, so that what follows pays for its pages as it does in a
 // process that has just started, whatever ran before it.
 void startWithFreshHeap();
