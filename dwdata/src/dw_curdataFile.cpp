@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 
 #include "dwdata/dw_curdata.h"
 #include "libn/FieldText.h"
@@ -67,6 +68,7 @@ bool Storage::load() {
     dropPages();
     unmapAll();
     pageIndex.clear();
+    renewMapping();
 
     mapHeader();
     header->closeStamp = CURDATA_HEADER::kOpenStamp;
@@ -80,6 +82,14 @@ bool Storage::load() {
     indexEventPages(told);
     currentPage = mapPage(told.currentEventPage, told.eventPageSize);
     return true;
+}
+
+// A mapping ends where the file ended when it was made, and the allocator makes another one only to
+// let the file grow; a server may have done that.
+void Storage::renewMapping() {
+    const std::lock_guard guard(lock);
+    if (storage.isMapped())
+        storage.createMapping(storage.size());
 }
 
 bool Storage::layOut() {

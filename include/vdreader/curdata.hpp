@@ -179,12 +179,14 @@ class TCurrentData : public TAbstractStorage {
     // Opens the file `name`, a path of at most 260 characters (what is longer is cut, null counts
     // as empty), letting go of a file that is open.  With `create` the file is made or emptied.  A
     // file that cannot be opened raises nothing: the event log gets "Allocating error: %s" with the
-    // system's reason, and the file counts as empty.
+    // system's reason, and the file counts as empty.  A load or a reset may make it after all; then
+    // its slots can be read at once, and its journal can be walked only after another Init.
     VDREADER_MEMBER void Init(const char* name, bool create);
 
     // Maps the slots and the newest page of the journal, and notes the first record number of each
     // page; an empty file is laid out as by ResetData.  On an object that is loaded it starts anew
-    // with the file as it is now, and pointers from GetDataCust end.  Raises
+    // with the file as it is now, also a longer one, and pointers from GetDataCust end.  A file
+    // that did not open at Init, or in a reset since, gets slots by this and no journal.  Raises
     //   "File type is incorrect"             another signature; closeStamp is written all the same
     //   "Can't load data from file '%s'"     an empty file could not be laid out; no Init
     //   "TCurrentData load:NAME<%d>..."      a header whose sizes, counts or positions are
@@ -194,6 +196,8 @@ class TCurrentData : public TAbstractStorage {
     VDREADER_MEMBER void LoadData() override;
 
     // Empties the file and lays it out: 50,000 free slots, one page of the journal without records.
+    // Where the file does not open for that, a later load or reset may make it; its journal can
+    // then be walked only after another Init.
     // Raises "Can't reset data for file '%s'"; the event log then has the reason as "Error while
     // reseting current data: %s".
     VDREADER_MEMBER void ResetData() override;
@@ -313,7 +317,10 @@ class ICurDataIterator : public IDwDataInterface {
 
     // Goes to the page whose first record has the number `number`, else to a neighbour of that
     // number among the pages that the load saw, and gives the first record of the page.  Null where
-    // the page has none, where there is no page and without a loaded file.
+    // the page has none, where there is no page and without a loaded file.  A page that cannot be
+    // loaded leaves the iterator with the one that it holds, whose records come again, and without
+    // one with null.  After a failed open, at Init or in a reset, no page can be loaded, whatever
+    // records the file gets; the journal can be walked again after another Init.
     VDREADER_MEMBER ENC_DATA* Begin(std::uint32_t number);
 
     // The record that Next will give: directly after Begin that is the second one of the page.

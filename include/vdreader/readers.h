@@ -193,10 +193,10 @@ VDREADER_API int32_t init_vdreader_alerts(const char* iniFile, const char* secti
  * then returns 1 without a call.  A walk over a good file may lengthen it with zeros where an alert
  * stands near its end, and adds a table where a number has none; it changes no alert.
  *
- * A file that a server makes longer during a walk may end it with the last but two failures below;
- * the caller walks again.  A walk maps some 3,276,800 bytes at a time (on Linux up to four times as
- * much, in windows that hold its views).  Alerts are decoded one by one; their memory is
- * used again for the next one.
+ * A file that a server makes longer during a walk may end it with the `mapPtr` failure below; the
+ * caller walks again.  A walk maps some 3,276,800 bytes at a time (on Linux up to four times as
+ * much, in windows that hold its views).  Alerts are decoded one by one; their memory is used again
+ * for the next one.
  *
  * Failures, after the alerts in front were handed out:
  * "libn::storage::Array::getPos:recNo<%d>" (an alert is missing),

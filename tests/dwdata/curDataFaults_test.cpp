@@ -172,6 +172,13 @@ void loadAndWalk(TCurrentData& data, const std::string& path) {
     numbersFrom(*iteratorOf(data), 1);
 }
 
+void loadTwiceAndWalk(TCurrentData& data, const std::string& path) {
+    data.Init(path.c_str(), false);
+    data.LoadData();
+    data.LoadData();
+    EXPECT_EQ(numbersFrom(*iteratorOf(data), 1), range(1, 15));
+}
+
 } // namespace
 
 TEST(CurDataFaults, FileThatDoesNotOpen) {
@@ -188,6 +195,20 @@ TEST(CurDataFaults, ViewsThatCannotBeMade) {
              {"MappableStorageFile mapPtr. Ensure offset is n multiple memory page "
               "size.:name()<"},
              loadAndWalk);
+}
+
+TEST(CurDataFaults, SecondLoadWhoseMappingOrViewsCannotBeMade) {
+    failEach(Faults::makeMapping, {"MappableStorageFile createMapping:name().c_str()<"},
+             loadTwiceAndWalk);
+    failEach(Faults::map,
+             {"MappableStorageFile mapPtr. Ensure offset is n multiple memory page "
+              "size.:name()<"},
+             loadTwiceAndWalk);
+}
+
+TEST(CurDataFaults, SecondLoadWhoseOldMappingCannotBeClosed) {
+    failEach(Faults::closeMapping, {"MappableStorageFile closeHanle:m_filePath.c_str()<"},
+             loadTwiceAndWalk);
 }
 
 TEST(CurDataFaults, ViewsThatCannotBeTakenAway) {
@@ -382,9 +403,14 @@ TEST(CurDataFaults, LoadThatTheServersGrowthOvertakesFailsAndTheNextOneGoes) {
         text.starts_with("MappableStorageFile mapPtr. Ensure offset is n multiple memory "
                          "page size.:name()<"))
         << text;
+    EXPECT_TRUE(locksAreFree(data));
+    const auto expectWhole = [&] {
+        data.LoadData();
+        EXPECT_EQ(numbersFrom(*iteratorOf(data), 1), range(1, 30));
+        EXPECT_EQ(file.size(), later.size());
+    };
+    expectWhole();
     data.Close();
     data.Init(file.path.c_str(), false);
-    data.LoadData();
-    EXPECT_EQ(numbersFrom(*iteratorOf(data), 1), range(1, 30));
-    EXPECT_EQ(file.size(), later.size());
+    expectWhole();
 }

@@ -71,6 +71,7 @@ class TCurrentData::TCurrentDataFileStorage : public FileWorkLibrary::TFileStora
 
   private:
     void dropPages();
+    void renewMapping();
     void mapPage(const FileWorkLibrary::file_point& point, std::uint32_t size,
                  FileWorkLibrary::TMappedPage& page);
     MappedPage mapPage(const FileWorkLibrary::file_point& point, std::uint32_t size);
