@@ -8,6 +8,8 @@
 
 #include <memory>
 
+#include "support/countedNew.h"
+
 namespace {
 
 using namespace platform;
@@ -30,6 +32,12 @@ bool called(const std::string& name, const std::string& arguments = {}) {
     return false;
 }
 
+// The same for a function that is given a process.
+bool called(ProcessHandle process, const std::string& name, const std::string& arguments = {}) {
+    help->processes.insert(process);
+    return called(name, arguments);
+}
+
 void copy(char* out, std::size_t size, const std::string& text) {
     std::snprintf(out, size, "%s", text.c_str());
 }
@@ -41,11 +49,11 @@ const FakeModule* moduleAt(std::uint64_t address) {
     return nullptr;
 }
 
-std::int32_t symInitialize(ProcessHandle, const char* path, std::int32_t invade) {
-    return called("SymInitialize", path == nullptr && invade == 0 ? "" : "with arguments");
+std::int32_t symInitialize(ProcessHandle process, const char* path, std::int32_t invade) {
+    return called(process, "SymInitialize", path == nullptr && invade == 0 ? "" : "with arguments");
 }
-std::int32_t symCleanup(ProcessHandle) {
-    return called("SymCleanup");
+std::int32_t symCleanup(ProcessHandle process) {
+    return called(process, "SymCleanup");
 }
 std::uint32_t symGetOptions() {
     called("SymGetOptions");
@@ -62,16 +70,17 @@ std::uint64_t moduleBase(ProcessHandle, std::uint64_t) {
     return 0;
 }
 
-std::int32_t stackWalk64(std::uint32_t machine, ProcessHandle, void*, StackFrame64* frame,
-                         void* context, MemoryReader reader, FunctionTableAccess access,
-                         ModuleBaseReader base, void* translate) {
+std::int32_t stackWalk64(std::uint32_t machine, ProcessHandle process, void* thread,
+                         StackFrame64* frame, void* context, MemoryReader reader,
+                         FunctionTableAccess access, ModuleBaseReader base, void* translate) {
     const bool whole = machine == 0x8664 && reader == debugCalls.readMemory &&
                        access == functionTable && base == moduleBase && translate == nullptr;
     if (help->next == 0) {
         help->firstFrame = *frame;
         std::memcpy(&help->context, context, sizeof help->context);
     }
-    if (!called("StackWalk64", whole ? "" : "with other arguments") ||
+    help->threads.insert(thread);
+    if (!called(process, "StackWalk64", whole ? "" : "with other arguments") ||
         help->next >= help->frames.size())
         return 0;
     const FakeFrame& next = help->frames[help->next++];
@@ -81,36 +90,36 @@ std::int32_t stackWalk64(std::uint32_t machine, ProcessHandle, void*, StackFrame
     return 1;
 }
 
-std::int32_t symGetLine(ProcessHandle, std::uint64_t address, std::uint32_t* displacement,
+std::int32_t symGetLine(ProcessHandle process, std::uint64_t address, std::uint32_t* displacement,
                         LineRecord* line) {
     const auto found = help->symbols.find(address);
-    if (!called("SymGetLineFromAddr64", hex(address)) || line->size != 40 ||
+    if (!called(process, "SymGetLineFromAddr64", hex(address)) || line->size != 40 ||
         found == help->symbols.end() || found->second.file.empty())
         return 0;
-    *displacement = 2;
+    *displacement = found->second.lineDisplacement;
     line->file = found->second.file.data();
     line->number = found->second.line;
     return 1;
 }
 
-std::int32_t symGetSymbol(ProcessHandle, std::uint64_t address, std::uint64_t* displacement,
+std::int32_t symGetSymbol(ProcessHandle process, std::uint64_t address, std::uint64_t* displacement,
                           SymbolRecord* symbol) {
     const auto found = help->symbols.find(address);
-    if (!called("SymGetSymFromAddr64", hex(address)) || symbol->size != 32 ||
+    if (!called(process, "SymGetSymFromAddr64", hex(address)) || symbol->size != 32 ||
         symbol->maxNameLength != 1024 || found == help->symbols.end() || found->second.name.empty())
         return 0;
-    *displacement = 1;
+    *displacement = found->second.displacement;
     copy(symbol->name, 1024, found->second.name);
     return 1;
 }
 
-std::int32_t symGetModuleInfo(ProcessHandle, std::uint64_t address, void* record) {
+std::int32_t symGetModuleInfo(ProcessHandle process, std::uint64_t address, void* record) {
     auto& info = *static_cast<ModuleInfo64*>(record);
     const std::uint32_t size = info.size;
     help->recordSizes.push_back(size);
     const FakeModule* const module = moduleAt(address);
-    if (!called("SymGetModuleInfo64", std::to_string(size)) || size > help->longestRecord ||
-        module == nullptr)
+    if (!called(process, "SymGetModuleInfo64", std::to_string(size)) ||
+        size > help->longestRecord || module == nullptr)
         return 0;
     info.base = module->base;
     info.symType = module->symType;
@@ -130,18 +139,22 @@ std::uint32_t unDecorate(const char* name, char* out, std::uint32_t size, std::u
     return static_cast<std::uint32_t>(std::strlen(out));
 }
 
-std::uint64_t symLoadModule(ProcessHandle, void* file, const char* path, const char* name,
+std::uint64_t symLoadModule(ProcessHandle process, void* file, const char* path, const char* name,
                             std::uint64_t base, std::uint32_t size) {
-    if (!called("SymLoadModule64", std::string(path) + " " + name + " " + hex(base) + " " +
-                                       hex(size) + (file != nullptr ? " with a file" : "")))
+    if (!called(process, "SymLoadModule64",
+                std::string(path) + " " + name + " " + hex(base) + " " + hex(size) +
+                    (file != nullptr ? " with a file" : "")))
         return 0;
     return base;
 }
 
 // ---- modules
 
-Snapshot createSnapshot(std::uint32_t flags, std::uint32_t) {
-    return called("CreateToolhelp32Snapshot", std::to_string(flags)) ? &handle : kNoSnapshot;
+Snapshot createSnapshot(std::uint32_t flags, std::uint32_t processId) {
+    return called("CreateToolhelp32Snapshot",
+                  std::to_string(flags) + " " + std::to_string(processId))
+               ? &handle
+               : kNoSnapshot;
 }
 std::int32_t moduleNext(Snapshot, ModuleEntry32* entry) {
     called("Module32Next");
@@ -164,30 +177,32 @@ void closeSnapshot(Snapshot) {
     called("CloseHandle");
 }
 
-std::int32_t enumModules(ProcessHandle, ModuleHandle* out, std::uint32_t size,
+std::int32_t enumModules(ProcessHandle process, ModuleHandle* out, std::uint32_t size,
                          std::uint32_t* needed) {
-    if (!called("EnumProcessModules", std::to_string(size)))
+    if (!called(process, "EnumProcessModules", std::to_string(size)))
         return 0;
     *needed = static_cast<std::uint32_t>(help->modules.size() * sizeof *out);
     for (std::size_t i = 0; i < help->modules.size() && i < size / sizeof *out; ++i)
         out[i] = &help->modules[i];
     return 1;
 }
-std::uint32_t moduleFileName(ProcessHandle, ModuleHandle module, char* out, std::uint32_t size) {
-    if (!called("GetModuleFileNameExA", std::to_string(size)))
+std::uint32_t moduleFileName(ProcessHandle process, ModuleHandle module, char* out,
+                             std::uint32_t size) {
+    if (!called(process, "GetModuleFileNameExA", std::to_string(size)))
         return 0;
     copy(out, size, static_cast<FakeModule*>(module)->path);
     return 1;
 }
-std::uint32_t moduleBaseName(ProcessHandle, ModuleHandle module, char* out, std::uint32_t size) {
-    if (!called("GetModuleBaseNameA", std::to_string(size)))
+std::uint32_t moduleBaseName(ProcessHandle process, ModuleHandle module, char* out,
+                             std::uint32_t size) {
+    if (!called(process, "GetModuleBaseNameA", std::to_string(size)))
         return 0;
     copy(out, size, static_cast<FakeModule*>(module)->name);
     return 1;
 }
-std::int32_t moduleInformation(ProcessHandle, ModuleHandle module, ModuleInformation* out,
+std::int32_t moduleInformation(ProcessHandle process, ModuleHandle module, ModuleInformation* out,
                                std::uint32_t size) {
-    if (!called("GetModuleInformation", std::to_string(size)))
+    if (!called(process, "GetModuleInformation", std::to_string(size)))
         return 0;
     const auto& found = *static_cast<FakeModule*>(module);
     *out = {reinterpret_cast<void*>(found.base), found.size, nullptr};
@@ -214,13 +229,36 @@ std::int32_t versionValue(const void* block, const char* name, void** value, std
     return 1;
 }
 
-const DebugHelpFunctions kDebugHelp = {symInitialize,    symCleanup,    stackWalk64, symGetOptions,
-                                       symSetOptions,    functionTable, symGetLine,  moduleBase,
-                                       symGetModuleInfo, symGetSymbol,  unDecorate,  symLoadModule,
+// A function as the tables have it, whose own calls of operator new are counted.
+template <auto Function>
+constexpr auto kCounted = nullptr;
+template <class Result, class... Arguments, Result (*Function)(Arguments...)>
+constexpr auto kCounted<Function> = +[](Arguments... arguments) {
+    struct Counter {
+        ~Counter() { help->news += countedNews() - before; }
+        std::size_t before = countedNews();
+    } counter;
+    return Function(arguments...);
+};
+
+const DebugHelpFunctions kDebugHelp = {kCounted<symInitialize>,
+                                       kCounted<symCleanup>,
+                                       kCounted<stackWalk64>,
+                                       kCounted<symGetOptions>,
+                                       kCounted<symSetOptions>,
+                                       functionTable,
+                                       kCounted<symGetLine>,
+                                       moduleBase,
+                                       kCounted<symGetModuleInfo>,
+                                       kCounted<symGetSymbol>,
+                                       kCounted<unDecorate>,
+                                       kCounted<symLoadModule>,
                                        nullptr};
-const ToolHelpFunctions kToolHelp = {createSnapshot, moduleFirst, moduleNext};
-const ProcessStatusFunctions kProcessStatus = {enumModules, moduleFileName, moduleBaseName,
-                                               moduleInformation};
+const ToolHelpFunctions kToolHelp = {kCounted<createSnapshot>, kCounted<moduleFirst>,
+                                     kCounted<moduleNext>};
+const ProcessStatusFunctions kProcessStatus = {kCounted<enumModules>, kCounted<moduleFileName>,
+                                               kCounted<moduleBaseName>,
+                                               kCounted<moduleInformation>};
 
 } // namespace
 
@@ -236,10 +274,10 @@ StackFixture::StackFixture()
     static_cast<ProcessStatusFunctions&>(libraries.processStatus) = kProcessStatus;
     libraries.debugHelp.handle = libraries.toolHelp.handle = libraries.processStatus.handle =
         &handle;
-    debugCalls.closeSnapshot = closeSnapshot;
-    debugCalls.versionSize = versionSize;
-    debugCalls.versionBlock = versionBlock;
-    debugCalls.versionValue = versionValue;
+    debugCalls.closeSnapshot = kCounted<closeSnapshot>;
+    debugCalls.versionSize = kCounted<versionSize>;
+    debugCalls.versionBlock = kCounted<versionBlock>;
+    debugCalls.versionValue = kCounted<versionValue>;
 }
 
 StackFixture::~StackFixture() {

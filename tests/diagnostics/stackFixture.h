@@ -38,6 +38,8 @@ struct FakeSymbol {
     std::string name;
     std::string file;
     std::uint32_t line = 0;
+    std::uint64_t displacement = 1;
+    std::uint32_t lineDisplacement = 2;
 };
 
 // What the functions give, and what became of them.
@@ -54,6 +56,9 @@ struct FakeDebugHelp {
 
     std::vector<std::string> calls; // in their order, with what matters of the arguments
     std::vector<std::uint32_t> recordSizes;
+    std::set<platform::ProcessHandle> processes; // that functions were given
+    std::set<void*> threads;                     // that StackWalk64 was given
+    std::size_t news = 0;                        // calls of operator new in the functions
     std::uint32_t writtenBehind = 0; // bytes that module look-ups write behind their record
     platform::StackFrame64 firstFrame = {};
     platform::ThreadContext context = {};

@@ -6,6 +6,7 @@
 
 #include "diagnostics/stackFixture.h"
 #include "support/capturedLog.h"
+#include "support/slot.h"
 
 using velt::callstack::FrameEntry;
 using velt::callstack::FrameKind;
@@ -74,6 +75,48 @@ TEST(StackOutput, PlainOutputHasNoVirtualDestructor) {
     EXPECT_FALSE(std::has_virtual_destructor_v<sarn::ExceptionHandlerOutput>);
     EXPECT_EQ(sizeof(velt::callstack::Output), sizeof(void*));
     EXPECT_TRUE(std::is_abstract_v<velt::se::Output>);
+}
+
+TEST(StackOutput, VirtualOperationsStandInTheirOrder) {
+    using velt::callstack::Output;
+    EXPECT_EQ(slotOf(&Output::beginModules), 0);
+    EXPECT_EQ(slotOf(&Output::moduleLine), 1);
+    EXPECT_EQ(slotOf(&Output::endModules), 2);
+    EXPECT_EQ(slotOf(&Output::beginStack), 3);
+    EXPECT_EQ(slotOf(&Output::stackLine), 4);
+    EXPECT_EQ(slotOf(&Output::endStack), 5);
+    EXPECT_EQ(slotOf(&Output::writeLine), 6);
+}
+
+TEST(StackOutput, ExtraOperationsStandBehindTheOthers) {
+    using velt::se::Output;
+    EXPECT_EQ(slotOf(&Output::writeLine), 6);
+    EXPECT_EQ(slotOf(&Output::beginExtra), 7);
+    EXPECT_EQ(slotOf(&Output::extraLine), 8);
+    EXPECT_EQ(slotOf(&Output::endExtra), 9);
+}
+
+TEST(StackOutput, EventLogOutputKeepsThePlaces) {
+    using Output = sarn::ExceptionHandlerOutput;
+    EXPECT_EQ(slotOf(&Output::beginModules), 0);
+    EXPECT_EQ(slotOf(&Output::moduleLine), 1);
+    EXPECT_EQ(slotOf(&Output::endModules), 2);
+    EXPECT_EQ(slotOf(&Output::beginStack), 3);
+    EXPECT_EQ(slotOf(&Output::stackLine), 4);
+    EXPECT_EQ(slotOf(&Output::endStack), 5);
+    EXPECT_EQ(slotOf(&Output::writeLine), 6);
+    EXPECT_EQ(slotOf(&Output::beginExtra), 7);
+    EXPECT_EQ(slotOf(&Output::extraLine), 8);
+    EXPECT_EQ(slotOf(&Output::endExtra), 9);
+}
+
+TEST(StackWalkerTable, VirtualOperationsStandInTheirOrder) {
+    using velt::callstack::StackWalker;
+    // Two slots belong to the destructor.
+    EXPECT_TRUE(std::has_virtual_destructor_v<StackWalker>);
+    EXPECT_EQ(slotOf(&StackWalker::reportModule), 2);
+    EXPECT_EQ(slotOf(&StackWalker::reportFrame), 3);
+    EXPECT_EQ(slotOf(&StackWalker::reportError), 4);
 }
 
 TEST(StackOutput, EventLogLinesHaveTheirHeads) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+
 #include "diagnostics/stackFixture.h"
 #include "platform/thread.h"
 #include "support/failingMalloc.h"
@@ -81,7 +83,7 @@ TEST_F(StackWalkTest, EventsComeInTheirOrder) {
     EXPECT_EQ(help.calls, (std::vector<std::string>{"SymInitialize",
                                                     "SymGetOptions",
                                                     "SymSetOptions 250",
-                                                    "CreateToolhelp32Snapshot 8",
+                                                    "CreateToolhelp32Snapshot 8 1",
                                                     "Module32First",
                                                     "Module32Next",
                                                     "SymLoadModule64 path mod 1 10000",
@@ -412,6 +414,27 @@ TEST_F(StackWalkTest, OtherThreadWhoseContextCannotBeReadRunsOn) {
     EXPECT_EQ(threadEvents, (std::vector<std::string>{"suspend", "context", "resume"}));
     EXPECT_EQ(lines.back(), "<<=========== Module List ============");
     EXPECT_EQ(help.count("StackWalk64"), 0);
+}
+
+TEST_F(StackWalkTest, OtherThreadRunsOnWhereAnOutputRaises) {
+    struct RaisingOutput : RecordingOutput {
+        explicit RaisingOutput(int after) : passing(after) {}
+        void writeLine(const char*) override {
+            if (passing-- == 0)
+                throw std::bad_alloc();
+        }
+        int passing;
+    };
+    // The begin of the stack, its frame, its end.
+    for (int after = 3; after < 6; ++after) {
+        standInForThreads(platform::threadId() + 1);
+        help.frames = {{0x10, 0}};
+        help.next = 0;
+        velt::callstack::StackWalker walker(1, nullptr);
+        walker.setOutput(std::make_shared<RaisingOutput>(after));
+        EXPECT_THROW(walker.walk(nullptr, nullptr), std::bad_alloc) << after;
+        EXPECT_EQ(threadEvents, (std::vector<std::string>{"suspend", "context", "resume"}));
+    }
 }
 
 TEST_F(StackWalkTest, OtherThreadStaysSuspendedForWantOfMemory) {

@@ -1,7 +1,9 @@
 // A stack walker: the list of modules and the frames of one processor context as lines of text.
 //
-// StackWalker decides what comes when, Output how a line looks and where it goes.  Nothing raises
-// but std::bad_alloc; where the debug help library fails, a line says so or the result is false.
+// StackWalker decides what comes when, Output how a line looks and where it goes.  Walks and lines
+// raise nothing: where the debug help library fails, a line says so or the result is false, and
+// blocks are taken from the plain heap alone.  Only constructors raise std::bad_alloc.
+// What a derived class or a log raises passes through a walk, which lets a suspended thread run on.
 // Walks are kept apart by dumpLock (stackReport.h); the tables of virtual functions are those that
 // other components derive from.
 

@@ -26,9 +26,11 @@ const void* pointer(std::uint64_t address) {
 
 } // namespace
 
+// The state comes last: nobody frees it where what follows raises.
 StackWalker::StackWalker(std::uint32_t processId, platform::ProcessHandle process)
-    : state(new WalkerState{.owner = this, .process = process, .processId = processId}),
-      output(std::make_shared<Output>()) {}
+    : state(nullptr), output(std::make_shared<Output>()) {
+    state = new WalkerState{.owner = this, .process = process, .processId = processId};
+}
 
 StackWalker::~StackWalker() {
     const DbgHelpLibrary& library = stackLibraries().debugHelp;

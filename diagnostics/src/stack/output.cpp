@@ -1,12 +1,37 @@
 // Where the lines of a report go and what stands around them.
 
 #include <cstdio>
-#include <string>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <utility>
 
 #include "diagnostics/StackWalker.h"
 #include "dw_util/format.h"
 #include "vdreader/log.h"
+
+namespace {
+
+constexpr char kModuleHead[] = "[ModuleList] ";
+constexpr char kStackHead[] = "[CallStack] ";
+
+struct Released {
+    void operator()(char* block) const { std::free(block); }
+};
+
+// Writes a head and a text as one line.  The texts of a walker fit the stack.  A longer one, as a
+// derived walker may have it, takes a block of the plain heap, and is cut where that has none.
+void writeBehind(const char* head, const char* text, velt::callstack::Output& output) {
+    char line[sizeof kModuleHead + velt::callstack::kTextSize];
+    const std::size_t size = std::strlen(head) + std::strlen(text) + 1;
+    const std::unique_ptr<char, Released> longer(
+        size > sizeof line ? static_cast<char*>(std::malloc(size)) : nullptr);
+    char* const whole = longer != nullptr ? longer.get() : line;
+    std::snprintf(whole, longer != nullptr ? size : sizeof line, "%s%s", head, text);
+    output.writeLine(whole);
+}
+
+} // namespace
 
 namespace velt::callstack {
 
@@ -14,7 +39,7 @@ void Output::beginModules() {
     writeLine(">>=========== Module List ============");
 }
 void Output::moduleLine(const char* text) {
-    writeLine((std::string("[ModuleList] ") + text).c_str());
+    writeBehind(kModuleHead, text, *this);
 }
 void Output::endModules() {
     writeLine("<<=========== Module List ============");
@@ -23,7 +48,7 @@ void Output::beginStack() {
     writeLine(">>============ Call Stack ============");
 }
 void Output::stackLine(const char* text) {
-    writeLine((std::string("[CallStack] ") + text).c_str());
+    writeBehind(kStackHead, text, *this);
 }
 void Output::endStack() {
     writeLine("<<============ Call Stack ============");
@@ -46,7 +71,7 @@ void ExceptionHandlerOutput::beginModules() {
     writeLine("[ModuleList] ------------- Begin -------------");
 }
 void ExceptionHandlerOutput::moduleLine(const char* text) {
-    writeLine((std::string("[ModuleList] ") + text).c_str());
+    writeBehind(kModuleHead, text, *this);
 }
 void ExceptionHandlerOutput::endModules() {
     writeLine("[ModuleList] ------------- End ---------------");
@@ -56,7 +81,7 @@ void ExceptionHandlerOutput::beginStack() {
     writeLine("[CallStack]            Address:              Frame:");
 }
 void ExceptionHandlerOutput::stackLine(const char* text) {
-    writeLine((std::string("[CallStack] ") + text).c_str());
+    writeBehind(kStackHead, text, *this);
 }
 void ExceptionHandlerOutput::endStack() {
     writeLine("[CallStack] ------------- End ---------------");

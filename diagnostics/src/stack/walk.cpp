@@ -245,6 +245,25 @@ void loadModules(StackWalker& walker, WalkerState& state, Output& output) {
     output.endModules();
 }
 
+// Lets the thread of a walk that was given no context run again, also where an output raises.
+class Resumer {
+  public:
+    // Deliberate: the calling thread too, which nobody has suspended.  For it the call does
+    // nothing.
+    Resumer(const void* given, platform::ThreadHandle thread)
+        : m_resumes(given == nullptr), m_thread(thread) {}
+    ~Resumer() {
+        if (m_resumes)
+            threadCalls.resume(m_thread);
+    }
+    Resumer(const Resumer&) = delete;
+    Resumer& operator=(const Resumer&) = delete;
+
+  private:
+    bool m_resumes;
+    platform::ThreadHandle m_thread;
+};
+
 } // namespace
 
 bool StackWalker::walk(const void* given, platform::ThreadHandle thread) {
@@ -264,11 +283,8 @@ bool StackWalker::walk(const void* given, platform::ThreadHandle thread) {
     const Symbol symbol = makeSymbol();
     if (symbol == nullptr)
         return false;
+    const Resumer resumer(given, thread);
     FrameLoop(*this, *state, *output, thread, context, *symbol).run();
-    // Deliberate: the calling thread too, which nobody has suspended.  For it the call does
-    // nothing.
-    if (given == nullptr)
-        threadCalls.resume(thread);
     return true;
 }
 
