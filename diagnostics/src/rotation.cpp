@@ -59,7 +59,7 @@ bool hasNumber(const std::string& value) {
     const std::size_t comma = value.find(',');
     if (comma == std::string::npos)
         return false;
-    std::size_t at = value.find_first_not_of(" \t\n\r", comma + 1);
+    std::size_t at = value.find_first_not_of(" \t\n\v\f\r", comma + 1); // as numbers are read
     if (at != std::string::npos && (value[at] == '-' || value[at] == '+'))
         ++at;
     return at < value.size() && value[at] >= '0' && value[at] <= '9';
@@ -151,7 +151,8 @@ void parseRotateOption(const std::string& value, EVENTS& entry) {
     std::vector<char> text(value.size() + 1);
     std::int32_t depth = -1;
     pcsscanf(value.c_str(), "%s,%d", text.data(), &depth);
-    // A word scans as 0, which would delete the log each day.
+    // Deliberate: a word is no depth, though it scans as 0, which deletes the log each day.  Ini
+    // files are written by hand, and a slip must not take what was to be kept.
     if (!hasNumber(value))
         depth = -1;
     const std::string name = trimmed(text.data());
@@ -176,10 +177,10 @@ void rotate_file(const char* name, std::int32_t depth) {
         delete_with_retry(name);
         return;
     }
-    for (std::int32_t i = depth - 1; i >= 1; --i) {
-        const std::string copy = numbered(name, i);
+    for (std::int32_t i = depth; i > 1; --i) {
+        const std::string copy = numbered(name, i - 1);
         if (exists(copy.c_str()))
-            rename_with_retry(copy, numbered(name, i + 1));
+            rename_with_retry(copy, numbered(name, i));
     }
     rename_with_retry(name, numbered(name, 1));
 }

@@ -151,6 +151,8 @@ bool IniBaseWriter::writeFile() {
     const std::optional<std::string> former = bytesOf(fileName);
     const std::string bytes = asBytes(out);
     WinFile file;
+    // Deliberate: for reading too, though nothing more is read.  A file that may be written and not
+    // read counted as none in the pass, and must not lose its other sections for that.
     if (!file.create(fileName.c_str(), 0))
         return false;
     if (!file.write(bytes.data(), bytes.size())) {

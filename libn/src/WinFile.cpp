@@ -10,6 +10,15 @@ namespace libn {
 
 namespace {
 
+using platform::Disposition;
+
+platform::StorageAccess accessOf(Disposition disposition, std::int32_t hint, bool write) {
+    return {.writes = write,
+            .sharesWrite = true,
+            .disposition = disposition,
+            .sequential = hint == WinFile::kSequential};
+}
+
 // What is left, in one call's reach.
 std::uint32_t pieceOf(std::uint64_t left) {
     return static_cast<std::uint32_t>(
@@ -23,8 +32,7 @@ WinFile::~WinFile() {
         platform::calls.closeStorage(m_file);
 }
 
-bool WinFile::open(const char* name, std::int32_t accessHint, bool write,
-                   platform::Disposition disposition) {
+bool WinFile::open(const char* name, platform::StorageAccess access) {
     close();
     try {
         m_name = name != nullptr ? name : "";
@@ -33,23 +41,26 @@ bool WinFile::open(const char* name, std::int32_t accessHint, bool write,
         m_file = platform::kInvalidStorage;
         return false;
     }
-    m_file = platform::calls.openStorage(m_name.c_str(), {.writes = write,
-                                                          .sharesWrite = true,
-                                                          .disposition = disposition,
-                                                          .sequential = accessHint == kSequential});
+    m_file = platform::calls.openStorage(m_name.c_str(), access);
     return isOpen();
 }
 
 bool WinFile::openExisting(const char* name, std::int32_t accessHint, bool write) {
-    return open(name, accessHint, write, platform::Disposition::openExisting);
+    return open(name, accessOf(Disposition::openExisting, accessHint, write));
 }
 
 bool WinFile::openAlways(const char* name, std::int32_t accessHint) {
-    return open(name, accessHint, true, platform::Disposition::openAlways);
+    return open(name, accessOf(Disposition::openAlways, accessHint, true));
 }
 
 bool WinFile::create(const char* name, std::int32_t accessHint) {
-    return open(name, accessHint, true, platform::Disposition::createAlways);
+    return open(name, accessOf(Disposition::createAlways, accessHint, true));
+}
+
+bool WinFile::openForWriting(const char* name) {
+    platform::StorageAccess access = accessOf(Disposition::openAlways, 0, true);
+    access.reads = false;
+    return open(name, access);
 }
 
 bool WinFile::read(void* buffer, std::uint64_t n, std::uint64_t* done) {

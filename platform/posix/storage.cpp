@@ -33,7 +33,7 @@ bool setAppends(File& file, bool appends) {
 } // namespace
 
 StorageHandle openStorage(const char* path, StorageAccess access) {
-    int flags = O_CLOEXEC | (access.writes ? O_RDWR : O_RDONLY);
+    int flags = O_CLOEXEC | (!access.writes ? O_RDONLY : access.reads ? O_RDWR : O_WRONLY);
     if (access.disposition == Disposition::createAlways)
         flags |= O_CREAT | O_TRUNC;
     else if (access.disposition == Disposition::openAlways)

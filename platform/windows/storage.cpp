@@ -22,7 +22,8 @@ DWORD dispositionOf(Disposition disposition) {
 } // namespace
 
 StorageHandle openStorage(const char* path, StorageAccess access) {
-    const DWORD rights = access.writes ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
+    const DWORD reading = access.reads || !access.writes ? GENERIC_READ : 0;
+    const DWORD rights = access.writes ? reading | GENERIC_WRITE : reading;
     const DWORD share = access.sharesWrite ? FILE_SHARE_READ | FILE_SHARE_WRITE : FILE_SHARE_READ;
     const DWORD flags = access.sequential ? FILE_FLAG_SEQUENTIAL_SCAN : FILE_ATTRIBUTE_NORMAL;
     return ::CreateFileA(path, rights, share, nullptr, dispositionOf(access.disposition), flags,

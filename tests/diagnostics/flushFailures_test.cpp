@@ -6,7 +6,9 @@
 
 #include "diagnostics/flushFixture.h"
 #include "support/countedNew.h"
+#include "support/faults.h"
 #include "vdreader/log.h"
+#include "vdreader/postmortem.h"
 
 namespace {
 
@@ -17,6 +19,23 @@ const char kReport[] =
     "Unhandled STANDART exception caught in function aflushSysLog, file Common/src/dw_util, line "
     "348: \"std::bad_alloc\".";
 const char kCaught[] = "aflushSysLog:: caught std::bad_alloc(std::bad_alloc)\n";
+
+// The same of what is no std::exception.
+std::string foreignReport(const char* type, const char* text) {
+    return std::string("Unhandled ") + type +
+           " exception caught in function aflushSysLog, file Common/src/dw_util, line 353: \"" +
+           text + "\".";
+}
+
+// Logs an error whose hand-over ends by `raise`; what that leaves on standard error.
+std::string toldOfError(void (*raise)()) {
+    testing::internal::CaptureStderr();
+    {
+        const FailingNew failing(0, 1, raise);
+        error("the line");
+    }
+    return testing::internal::GetCapturedStderr();
+}
 
 } // namespace
 
@@ -72,6 +91,43 @@ TEST_F(FlushFailures, ReportThatFindsNoMemoryEitherIsAFailedAssertion) {
         << told;
     ASSERT_EQ(m_errors.recorder->texts.size(), 2u);
     EXPECT_TRUE(m_errors.recorder->texts[1].ends_with("Error: the line\r\n"));
+}
+
+TEST_F(FlushFailures, WhatIsNoStandardExceptionHasAReportOfItsOwnLineAndNoOther) {
+    struct Thrown {
+        void (*raise)();
+        const char* type;
+        const char* text;
+    };
+    const Thrown all[] = {{[] { throw 5; }, "INTEGER", "Code: 5"},
+                          {[] { throw "words"; }, "C-STRING", "words"}};
+    std::string reports;
+    for (const Thrown& thrown : all) {
+        m_errors.recorder->texts.clear();
+        const std::string report = foreignReport(thrown.type, thrown.text);
+        EXPECT_EQ(toldOfError(thrown.raise), report + "\n");
+        ASSERT_EQ(m_errors.recorder->texts.size(), 2u) << thrown.type;
+        EXPECT_TRUE(m_errors.recorder->texts[0].ends_with("Error: " + report + "\r\n"));
+        EXPECT_TRUE(m_errors.recorder->texts[1].ends_with("Error: the line\r\n"));
+        EXPECT_EQ(m_errors.recorder->texts[1], lastLine());
+        reports += m_errors.recorder->texts[0];
+        EXPECT_EQ(eventFile(), reports);
+    }
+    EXPECT_TRUE(toldOfError([] {
+                    throw Thrown{};
+                }).ends_with("\n" + foreignReport("UNKNOWN", "Unresolved Exception") + "\n"));
+    EXPECT_EQ(m_errors.recorder->texts.back(), lastLine());
+}
+
+TEST_F(FlushFailures, FaultThatTheHostMakesANumberOfIsReportedAndTheLineIsInTheErrorFile) {
+    const sExceptionTranslator former =
+        util_set_se_translator([](unsigned int, sExceptionPointers*) { throw 7; });
+    const std::string told = toldOfError(faults::writeNull);
+    util_set_se_translator(former);
+    EXPECT_EQ(told, foreignReport("INTEGER", "Code: 7") + "\n");
+    ASSERT_EQ(m_errors.recorder->texts.size(), 2u);
+    EXPECT_TRUE(m_errors.recorder->texts[1].ends_with("Error: the line\r\n"));
+    EXPECT_EQ(m_errors.recorder->texts[1], lastLine());
 }
 
 // Every allocation of a line fails once, in the hand-over, in the queue and in its drain.

@@ -8,6 +8,7 @@
 
 #include "support/scopedCalls.h"
 #include "support/tempFolder.h"
+#include "support/writeOnlyFile.h"
 
 namespace {
 
@@ -29,6 +30,20 @@ TEST(LogStream, MakesTheFileAndKeepsOneThatIsThere) {
     ASSERT_TRUE(stream.isOpen());
     put(stream, "behind");
     EXPECT_EQ(folder.read("old"), "before|behind");
+}
+
+TEST(LogStream, TakesAFileThatMayBeWrittenAndNotRead) {
+    const TempFolder folder;
+    const std::string path = folder.write("x", "before|");
+    {
+        const WriteOnlyFile closed(path);
+        if (!closed.holds())
+            GTEST_SKIP() << "the file system lets the file be read all the same";
+        LogStream stream(path.c_str());
+        ASSERT_TRUE(stream.isOpen());
+        put(stream, "behind");
+    }
+    EXPECT_EQ(folder.read("x"), "before|behind");
 }
 
 TEST(LogStream, WithoutItsFolderItIsNotOpen) {

@@ -6,9 +6,12 @@
 #include <chrono>
 #include <filesystem>
 #include <iostream>
+#include <memory>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "diagnostics/errorTexts.h"
@@ -16,7 +19,9 @@
 #include "logs/Events.h"
 #include "logs/logger.h"
 #include "support/raised.h"
+#include "support/testLogger.h"
 #include "support/waitWhile.h"
+#include "support/writeOnlyFile.h"
 
 namespace {
 
@@ -71,6 +76,76 @@ TEST_F(NamedLogFiles, ClosedFilesTakeNoLinesAndTheirThreadsGoOn) {
     error("after");
     EXPECT_EQ(messages("errors.log").size(), 1u);
     EXPECT_EQ(messages("events.log").size(), 2u) << "that of the logger";
+}
+
+TEST_F(NamedLogFiles, EventLogThatMayBeWrittenAndNotReadTakesItsLines) {
+    const std::string path = m_folder.write("events.log", "old\r\n");
+    {
+        const WriteOnlyFile closed(path);
+        if (!closed.holds())
+            GTEST_SKIP() << "the file system lets the file be read all the same";
+        util_init("events.log", nullptr, nullptr, nullptr);
+        event("new");
+        shutdown_logs();
+    }
+    const std::string bytes = bytesOf(path);
+    EXPECT_TRUE(bytes.starts_with("old\r\n")) << bytes;
+    EXPECT_TRUE(bytes.ends_with(" new\r\n")) << bytes;
+}
+
+// Its own thread drains it.
+TEST_F(NamedLogFiles, ErrorLeavesTheWorkerAsleep) {
+    if (Events<ErrorsTlsPtr>::linkOfLines() != nullptr)
+        GTEST_SKIP() << "a test of this process has linked the console, which wakes the worker";
+    struct Waiting : IStreamProvider {
+        explicit Waiting(std::filesystem::path path) : events(std::move(path)) {}
+        bool isGood() const override { return true; }
+        bool write(const void*, std::uint64_t) override {
+            for (int i = 0; i < 100 && seen.empty(); ++i) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                seen = messagesIn(events);
+            }
+            return true;
+        }
+        std::filesystem::path events;
+        Texts seen;
+    };
+    GatedLogger logger(m_folder.name("events.log"), 1);
+    logger.openGate();
+    sysLogger = &*logger;
+    auto entry = std::make_shared<EVENTS>();
+    auto provider = std::make_unique<Waiting>(m_folder.path() / "events.log");
+    const Waiting& waiting = *provider;
+    entry->provider = std::move(provider);
+    threadLogState().errorsFile = entry;
+    error("seen");
+    threadLogState().errorsFile.reset();
+    sysLogger = nullptr;
+    EXPECT_EQ(waiting.seen, Texts{}) << "in front of the drain";
+    EXPECT_EQ(messages("events.log"), Texts{"seen"});
+}
+
+// Whoever holds the file may be kept waiting for good, and who waits for it does not drain.
+TEST_F(NamedLogFiles, ErrorReachesTheEventLogWhileAnotherThreadHoldsTheErrorFile) {
+    GatedLogger logger(m_folder.name("events.log"), 1);
+    logger.openGate();
+    sysLogger = &*logger;
+    util_init(nullptr, "errors.log", nullptr, nullptr);
+    const std::shared_ptr<EVENTS> shared = threadLogState().errorsFile;
+    std::unique_lock held(shared->lock);
+    std::thread logging([&shared] {
+        threadLogState().errorsFile = shared;
+        error("seen");
+        threadLogState().errorsFile.reset();
+    });
+    while (messages("events.log").empty())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(messages("errors.log"), Texts{});
+    held.unlock();
+    logging.join();
+    sysLogger = nullptr;
+    EXPECT_EQ(messages("errors.log"), Texts{"seen"});
+    EXPECT_EQ(messages("events.log"), Texts{"seen"});
 }
 
 TEST_F(NamedLogFiles, ErrorReachesTheEventLogWhileTheConsoleWaits) {

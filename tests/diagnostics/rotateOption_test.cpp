@@ -108,6 +108,8 @@ TEST(RotateOption, DepthZeroRotatesToo) {
 TEST(RotateOption, BlanksAroundTheNameAndInFrontOfTheDepthDoNotCount) {
     EXPECT_EQ(option(" \t\r\nevents.log \t\r\n, \t3"), rotates(3));
     EXPECT_EQ(option("\vevents.log,3"), kNone);
+    EXPECT_EQ(option("events.log,\v3"), rotates(3));
+    EXPECT_EQ(option("events.log,\f 3"), rotates(3));
 }
 
 TEST(RotateOption, CaseOfTheNameDoesNotCount) {
@@ -156,7 +158,7 @@ TEST(RotateOption, MalformedValueForAnotherLogIsNotReported) {
 // A slip of the pen must not delete a log.
 TEST(RotateOption, WordForADepthIsReportedAndNothingIsRotated) {
     for (const std::string value :
-         {"events.log,abc", "events.log, ", "events.log,-", "events.log,x3"})
+         {"events.log,abc", "events.log, ", "events.log,-", "events.log,x3", "events.log,\v"})
         EXPECT_EQ(option(value), invalid(value)) << value;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -114,7 +115,7 @@ TEST_F(Rotation, CopiesAboveAGapStay) {
 }
 
 TEST_F(Rotation, DepthOneAndNegativeDepthsMoveTheFileAlone) {
-    for (const int depth : {1, -1, -32768}) {
+    for (const int depth : {1, -1, -32768, std::numeric_limits<std::int32_t>::min()}) {
         for (const char* suffix : {"", ".1", ".2"})
             write(suffix);
         rotate_file(m_path.c_str(), depth);

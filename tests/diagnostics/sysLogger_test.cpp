@@ -96,6 +96,7 @@ TEST_F(SysLoggerTest, OpensForAppendingWithOthersWriting) {
     };
     const SysLogger logger(m_folder.name("y.log"), 1, startNoWorker);
     EXPECT_TRUE(seen.writes);
+    EXPECT_FALSE(seen.reads) << "a log that may be written alone is one";
     EXPECT_TRUE(seen.sharesWrite);
     EXPECT_EQ(seen.disposition, platform::Disposition::openAlways);
 }

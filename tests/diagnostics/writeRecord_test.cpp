@@ -211,6 +211,20 @@ TEST_F(WriteRecordDates, SubmittedRecordIsStampedWithLocalTime) {
     m_logger->drain();
 }
 
+#ifndef _WIN32 // whose calendar ends with the year 3000
+TEST_F(WriteRecordDates, YearIsCutTo12BitsAndLeavesTheWeekday) {
+    setClock(4097, 1, 1, 0, 0, 0, 0); // a Tuesday
+    SysLogRecord* record = textRecord(MsgLevel::Info, {"a", "b", "c"});
+    submit(record, *m_logger);
+    EXPECT_EQ(record->date, 1u | 1u << 8 | 1u << 16 | 2u << 28);
+    setClock(4095, 12, 31, 0, 0, 0, 0); // a Saturday, the last day that is whole
+    record = textRecord(MsgLevel::Info, {"a", "b", "c"});
+    submit(record, *m_logger);
+    EXPECT_EQ(record->date, 31u | 12u << 8 | 4095u << 16 | 6u << 28);
+    m_logger->drain();
+}
+#endif
+
 TEST_F(WriteRecordDates, RecordsBeginALineWithTheirDate) {
     setClock(2026, 11, 21, 10, 40, 30, 123);
     EXPECT_EQ(submitted(textRecord(MsgLevel::Info, {"one", "two", "three"})),

@@ -107,6 +107,33 @@ TEST(WinFile, OpensAskForWhatTheyAreNamedAfter) {
                   "h always write shared", "i always write shared"}));
 }
 
+TEST(WinFile, OpenForWritingAsksForNothingElse) {
+    const FakeHandles handles;
+    WinFile file;
+    EXPECT_TRUE(file.openForWriting("a"));
+    EXPECT_TRUE(file.openForWriting("b"));
+    EXPECT_EQ(noted.opens, (std::vector<std::string>{"a always write only shared",
+                                                     "b always write only shared"}));
+    EXPECT_EQ(noted.closed, std::vector{handle(1)});
+    EXPECT_EQ(file.name(), "b");
+}
+
+TEST(WinFile, FileOpenForWritingIsMadeAndKeepsItsContent) {
+    const TempFolder folder;
+    WinFile file;
+    ASSERT_TRUE(file.openForWriting(folder.write("f", "abc").c_str()));
+    EXPECT_EQ(readAll(file), "(failed)");
+    EXPECT_TRUE(file.append("d", 1));
+    EXPECT_EQ(file.tell(), 4);
+    EXPECT_EQ(folder.read("f"), "abcd");
+    EXPECT_TRUE(file.openForWriting(folder.name("new").c_str()));
+    EXPECT_TRUE(file.append("x", 1));
+    EXPECT_EQ(folder.read("new"), "x");
+    EXPECT_FALSE(file.openForWriting(folder.name("none/f").c_str()));
+    EXPECT_FALSE(file.openForWriting(nullptr));
+    EXPECT_EQ(file.name(), "");
+}
+
 TEST(WinFile, EachOpenClosesWhatWasOpen) {
     const FakeHandles handles;
     {

@@ -43,7 +43,8 @@ class FakeHandles {
     static std::string describe(const char* path, platform::StorageAccess access) {
         const char* const dispositions[] = {"existing", "create", "always"};
         return std::string(path) + " " + dispositions[static_cast<int>(access.disposition)] +
-               (access.writes ? " write" : " read") + (access.sharesWrite ? " shared" : " alone") +
+               (access.writes ? " write" : " read") + (access.reads ? "" : " only") +
+               (access.sharesWrite ? " shared" : " alone") +
                (access.sequential ? " sequential" : "");
     }
 

@@ -12,6 +12,7 @@
 #include "support/raised.h"
 #include "support/scopedCalls.h"
 #include "support/tempFolder.h"
+#include "support/writeOnlyFile.h"
 
 using namespace iniWriting;
 using libn::Ini;
@@ -99,6 +100,34 @@ TEST_F(IniWriterFailures, FileThatDoesNotOpenForWritingIsFalse) {
     platform::calls = *real;
     EXPECT_TRUE(ini.writeSection("s", "k=2"));
     EXPECT_EQ(m_folder.read("f"), m_after);
+}
+
+TEST_F(IniWriterFailures, FileThatMayBeWrittenAndNotReadStaysAsItIs) {
+    {
+        const WriteOnlyFile closed(m_path);
+        if (!closed.holds())
+            GTEST_SKIP() << "the file system lets the file be read all the same";
+        IniSectionWriter writer(m_path, "t", true, "k=2");
+        EXPECT_FALSE(writer.run(0));
+        EXPECT_FALSE(Ini(m_path).writeSection("s", "k=2"));
+    }
+    EXPECT_EQ(m_folder.read("f"), m_before);
+    EXPECT_EQ(m_log.size(), 0u);
+}
+
+// The same on a system that would let it be emptied.
+TEST_F(IniWriterFailures, FileIsOpenedForReadingToo) {
+    static std::vector<platform::StorageAccess> opens;
+    opens.clear();
+    platform::calls.openStorage = [](const char* path, platform::StorageAccess access) {
+        opens.push_back(access);
+        return real->openStorage(path, access);
+    };
+    EXPECT_TRUE(Ini(m_path).writeSection("s", "k=2"));
+    ASSERT_EQ(opens.size(), 2u);
+    for (const platform::StorageAccess& access : opens)
+        EXPECT_TRUE(access.reads);
+    EXPECT_TRUE(opens[1].writes);
 }
 
 TEST_F(IniWriterFailures, WriteThatFailsIsTrueAndPutsTheFormerBytesBack) {

@@ -15,6 +15,7 @@
 #include "platform/calls.h"
 #include "platform/error.h"
 #include "support/tempFolder.h"
+#include "support/writeOnlyFile.h"
 
 namespace {
 
@@ -26,6 +27,12 @@ using platform::StorageAccess;
 
 constexpr StorageAccess kWriting = {true, true, Disposition::openAlways};
 constexpr StorageAccess kReading = {false, true, Disposition::openExisting};
+
+StorageAccess forWritingAlone(Disposition disposition) {
+    StorageAccess access = {true, true, disposition};
+    access.reads = false;
+    return access;
+}
 
 // A storage file with the results of its calls as values, -1 for a failed one.
 class LogFile {
@@ -145,6 +152,44 @@ TEST(StorageWriting, SequentialFileIsReadAndWrittenAsAnyOther) {
     EXPECT_EQ(folder.read("f"), "ab12efz");
     access.disposition = Disposition::openExisting;
     EXPECT_FALSE(LogFile(folder.name("none"), access).isOpen());
+}
+
+TEST(StorageWriting, FileForWritingAloneIsWrittenAndNotRead) {
+    const TempFolder folder;
+    const std::string path = folder.write("f", "abc");
+    LogFile file(path, forWritingAlone(Disposition::openAlways));
+    ASSERT_TRUE(file.isOpen());
+    platform::setLastError(0);
+    EXPECT_EQ(file.read(1), "(failed)");
+    EXPECT_NE(platform::lastError(), 0u);
+    EXPECT_EQ(file.write("12"), 2);
+    EXPECT_EQ(file.append("d"), 1);
+    EXPECT_EQ(folder.read("f"), "12cd");
+    EXPECT_TRUE(LogFile(path, kReading).isOpen()) << "others read meanwhile";
+    EXPECT_TRUE(LogFile(path).isOpen()) << "and write";
+    EXPECT_TRUE(LogFile(path, forWritingAlone(Disposition::openExisting)).isOpen());
+    EXPECT_EQ(folder.read("f"), "12cd");
+    EXPECT_TRUE(LogFile(path, forWritingAlone(Disposition::createAlways)).isOpen());
+    EXPECT_EQ(folder.read("f"), "");
+    EXPECT_FALSE(LogFile(folder.name("none"), forWritingAlone(Disposition::openExisting)).isOpen());
+    EXPECT_FALSE(
+        LogFile(folder.path().string(), forWritingAlone(Disposition::openAlways)).isOpen());
+}
+
+TEST(StorageWriting, FileThatMayBeWrittenAndNotReadOpensForWritingAlone) {
+    const TempFolder folder;
+    const std::string path = folder.write("f", "abc");
+    {
+        const WriteOnlyFile closed(path);
+        if (!closed.holds())
+            GTEST_SKIP() << "the file system lets the file be read all the same";
+        EXPECT_FALSE(LogFile(path, kReading).isOpen());
+        EXPECT_FALSE(LogFile(path).isOpen());
+        LogFile file(path, forWritingAlone(Disposition::openAlways));
+        ASSERT_TRUE(file.isOpen());
+        EXPECT_EQ(file.append("d"), 1);
+    }
+    EXPECT_EQ(folder.read("f"), "abcd");
 }
 
 // ---- appending ----

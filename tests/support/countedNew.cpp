@@ -12,6 +12,7 @@ std::atomic<std::size_t> count{0};
 std::atomic<std::size_t> live{0};
 std::atomic<int> passing{0};
 std::atomic<int> failing{0};
+std::atomic<void (*)()> raising{nullptr};
 
 // calloc: malloc is made to fail elsewhere.
 void* take(std::size_t size) {
@@ -37,7 +38,8 @@ std::size_t liveNews() {
     return live;
 }
 
-FailingNew::FailingNew(int after, int calls) {
+FailingNew::FailingNew(int after, int calls, void (*raise)()) {
+    raising = raise;
     passing = after;
     failing = calls;
 }
@@ -48,6 +50,8 @@ FailingNew::~FailingNew() {
 void* operator new(std::size_t size) {
     if (failing > 0 && passing-- <= 0 && failing-- > 0) {
         ++count;
+        if (void (*const raise)() = raising)
+            raise();
         throw std::bad_alloc();
     }
     void* block = take(size);

@@ -11,7 +11,7 @@ constexpr std::size_t kUsualSize = 4096;
 
 LogStream::LogStream(const char* path) {
     m_pending.reserve(kUsualSize);
-    m_file.openAlways(path, 0);
+    m_file.openForWriting(path);
 }
 
 void LogStream::put(const char* text, std::size_t size) {

@@ -12,7 +12,8 @@
 
 class LogStream {
   public:
-    // Opens the file, making it where there is none; others may read and write it meanwhile.
+    // Opens the file for writing alone, making it where there is none; others may read and write it
+    // meanwhile.
     explicit LogStream(const char* path);
 
     bool isOpen() const { return m_file.isOpen(); }

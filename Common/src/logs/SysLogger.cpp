@@ -148,13 +148,15 @@ void SysLogger::drain() {
     }
 }
 
-// What a drain could not finish; records of Wake::no are among it.
 void SysLogger::leaveToWorker() {
+    bool wakes = false;
     {
         const std::lock_guard guard(queueMutex);
         forWorker = !queue.empty();
+        wakes = forWorker && workerSleeps;
     }
-    wakeUp.notify_one();
+    if (wakes)
+        wakeUp.notify_one();
 }
 
 // The worker has nobody to raise to.
@@ -216,7 +218,7 @@ void submit(SysLogRecord* record, SysLogger& logger, SysLogger::Wake wake) {
         const platform::WallTime now = platform::calls.wallClock();
         const std::tm local = platform::localTime(now.seconds);
         record->date = static_cast<std::uint32_t>(local.tm_mday | (local.tm_mon + 1) << 8 |
-                                                  (local.tm_year + 1900) << 16) |
+                                                  ((local.tm_year + 1900) & 0xFFF) << 16) |
                        static_cast<std::uint32_t>(local.tm_wday) << 28;
         record->time = static_cast<std::uint32_t>(now.milliseconds | local.tm_sec << 10 |
                                                   local.tm_min << 16 | local.tm_hour << 24);

@@ -54,6 +54,10 @@ class SysLogger {
     // released, the exception goes on, and the rest stays for the worker or the next drain.
     void drain();
 
+    // Has the worker write what is queued, records of Wake::no among it: for a caller that cannot
+    // drain, or not soon.
+    void leaveToWorker();
+
     // Appends the text of one record to the file.  Nothing is written for a null record, a level
     // without a template, a mask that does not let the level's priority pass, and where the record
     // has not as many parameters as the template has fields.  A parameter that is missing or of an
@@ -72,7 +76,6 @@ class SysLogger {
     bool hasQueued();
     OwnedRecord takeOldest();
     void writeQueued(std::size_t most);
-    void leaveToWorker();
     void writeOnWorker();
     void setUpWorker();
     bool lingers();

@@ -16,11 +16,14 @@
 #include "logs/Events.h"
 #include "logs/logger.h"
 #include "platform/process.h"
+#include "platform/thread.h"
 
 namespace {
 
 constexpr char kSource[] = "Common/src/dw_util";
 constexpr std::uint32_t kLineMessage = 1;
+// Looks at a lock before its holder counts as one that is kept waiting.
+constexpr int kMostYields = 20;
 
 // Keeps the thread's line while a report is built in its buffer.
 class LineKeeper {
@@ -104,6 +107,22 @@ std::size_t copyLine(char (&to)[kLineSize + 1]) {
     return size;
 }
 
+// Who has the target may be kept waiting by its file or stream: then the worker writes the line of
+// the thread that waits here.
+std::unique_lock<std::recursive_mutex> lockOf(EVENTS& target) {
+    std::unique_lock lock(target.lock, std::try_to_lock);
+    for (int i = 0; i < kMostYields && !lock.owns_lock(); ++i) {
+        platform::yieldThread();
+        lock.try_lock();
+    }
+    if (!lock.owns_lock()) {
+        if (SysLogger* const logger = sysLogger.load(std::memory_order_acquire))
+            logger->leaveToWorker();
+        lock.lock();
+    }
+    return lock;
+}
+
 // A copy of the pointer: the target stays while it is written.
 void aflushFile(std::shared_ptr<EVENTS> target) {
     if (target == nullptr)
@@ -111,7 +130,7 @@ void aflushFile(std::shared_ptr<EVENTS> target) {
     char text[kLineSize + 1];
     const std::size_t size = copyLine(text);
     {
-        const std::lock_guard guard(target->lock);
+        const std::unique_lock guard = lockOf(*target);
         if (target->provider != nullptr && target->provider->isGood())
             target->provider->write(text, size);
     }
@@ -119,6 +138,8 @@ void aflushFile(std::shared_ptr<EVENTS> target) {
 }
 
 // What is logged as an error is on the disk when the call returns.
+// Deliberate: a line that meets no other does not wake the worker, its own thread drains.  Waking
+// costs hosts that log errors by the thousand more than the writing.
 void aflushErrors(const char* line) {
     if (platform::processEnds())
         return;

@@ -41,7 +41,8 @@ class IniBaseWriter {
     virtual void onSectionLine(std::string& line, int arg) = 0;
 
     // Rewrites the file where it opens and holds the section, with `arg` not 0 wherever it opens.
-    // False where not, where the file does not open for writing, and for every failure inside.
+    // False where not, where the file does not open for reading and writing, and for every failure
+    // inside.
     virtual bool run(int arg);
 
   protected:
@@ -56,7 +57,8 @@ class IniBaseWriter {
     // fails raises std::runtime_error "Read ini file error. File: " + name.
     int pass(int arg);
 
-    // Writes `out` to the file and empties it.  False where the file does not open for writing.
+    // Writes `out` to the file and empties it.  False where the file does not open for reading and
+    // writing.
     bool writeFile();
 
     std::string out; // the new text; empty between two runs, also after one that failed
@@ -69,15 +71,14 @@ class IniSectionWriter : public IniBaseWriter {
   public:
     // `body`: the lines of the section without its header and without the last line feed; none
     // takes the section away.  With `append` a section that is not in the file goes to its end,
-    // behind an empty line and under its folded name, also into a file that does not open for
-    // reading.
+    // behind an empty line and under its folded name, also where there is no file yet.
     IniSectionWriter(const std::string& file, const std::string& sectionName, bool append,
                      std::optional<std::string> body);
 
     bool onSectionFound(std::string& text, std::string_view headerLine) override;
     void onSectionLine(std::string& line, int arg) override;
 
-    // False where the file does not open for writing, where it does not open for reading unless
+    // False where the file does not open for reading and writing, where there is none unless
     // `appendIfMissing` is set, and for every failure inside.  With `arg` not 0 a section that the
     // file does not hold is not appended.
     bool run(int arg) override;

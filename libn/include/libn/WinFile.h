@@ -27,6 +27,10 @@ class WinFile : public IFile {
     bool isOpen() const override;
     bool writeAt(const void* buffer, std::uint64_t n, std::int64_t offset) override;
 
+    // As openAlways, but for writing alone: also a file that may not be read, or whose holder lets
+    // others write alone.
+    bool openForWriting(const char* name);
+
     // As write, but at the end of the file, wherever it then is: each piece that the system takes
     // goes behind all that others wrote meanwhile, and the position follows.
     bool append(const void* data, std::uint64_t n);
@@ -35,8 +39,7 @@ class WinFile : public IFile {
     using Write = bool (*)(platform::StorageHandle file, const void* data, std::uint32_t size,
                            std::uint32_t* done);
 
-    bool open(const char* name, std::int32_t accessHint, bool write,
-              platform::Disposition disposition);
+    bool open(const char* name, platform::StorageAccess access);
     bool writeAll(const void* data, std::uint64_t n, Write call);
 
     // Null: closed; kInvalidStorage: an open failed.

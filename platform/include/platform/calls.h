@@ -29,10 +29,11 @@ enum class Disposition {
 };
 
 struct StorageAccess {
-    bool writes;      // reading and writing, else reading alone
+    bool writes;      // else reading alone
     bool sharesWrite; // others may write meanwhile; on Linux they always may
     Disposition disposition;
     bool sequential = false; // a hint: the file will be read from its start to its end
+    bool reads = true;       // false with `writes`: writing alone, which a file may allow alone
 };
 
 // What a position in a file counts from.
