@@ -29,7 +29,7 @@ extern "C" {
  * nothing.  Section "mem_trace": "enable" (1: on, any other value: off), "mem_limit" (bytes of the
  * tracer's own tables, 200000000; 0: none), "period" (seconds between reports, 60; 0 and below:
  * they follow each other at once).  Where no thread can start, std::system_error with
- * resource_unavailable_try_again.  Any thread.
+ * resource_unavailable_try_again; the next call tries again behind MemTraceShutDown.  Any thread.
  *
  * While tracing is on, the entry points raise std::bad_alloc where their entry finds no memory;
  * memtrace.h tells what becomes of the blocks. */
@@ -44,7 +44,7 @@ VDREADER_API void MemTraceShutDown(void);
  * "traffic_trace": "enable" (a number, not 0: on), "period" (seconds, 600).  The first call of a
  * process switches tracing at once, later ones leave that to the monitor.  Where no thread can
  * start, std::system_error with resource_unavailable_try_again; std::runtime_error "Read ini file
- * error. File...".  Any thread. */
+ * error. File..."; the next call tries again.  Any thread. */
 VDREADER_API void TrafficTraceInit(void);
 
 /* Stops the monitor, if there is one, and waits for its present cycle, about a second at most.

@@ -62,11 +62,26 @@ class Monitors : public TracerFixture {
                 std::make_error_code(std::errc::resource_unavailable_try_again));
         };
     }
+    // Threads are made when s_mayMake says so.
+    void holdThreads() const {
+        s_making = false;
+        s_mayMake = false;
+        libn::makeThread = [](unsigned (*entry)(void*), void* argument) {
+            s_making = true;
+            waitWhile(s_mayMake, false);
+            return std::thread(entry, argument);
+        };
+    }
 
     static inline int s_tests = 0; // of this process
+    static inline std::atomic<bool> s_making{false};
+    static inline std::atomic<bool> s_mayMake{false};
     std::thread (*m_makeThread)(unsigned (*)(void*), void*) = libn::makeThread;
     void* (*m_allocateLarge)(std::size_t) = platform::calls.allocateLarge;
 };
+
+// The first start of a process: each suite has a process of its own.
+class FirstTrafficStart : public Monitors {};
 
 char place[100];
 
@@ -209,7 +224,7 @@ TEST_F(Monitors, TrafficBetweenTwoMonitorsIsInTheFirstReportOfTheSecond) {
 
 // ---- the first start of the traffic tracer ----
 
-TEST_F(Monitors, FirstTrafficStartSwitchesAtOnceAndLaterOnesLeaveItToTheMonitor) {
+TEST_F(FirstTrafficStart, SwitchesAtOnceAndLaterOnesLeaveItToTheMonitor) {
     if (s_tests > 1)
         GTEST_SKIP() << "another test of this process may have been the first to start it";
     held = true;
@@ -236,18 +251,27 @@ TEST_F(Monitors, MemoryTracingWaitsForTheMonitor) {
 
 // ---- failures ----
 
-TEST_F(Monitors, ThreadThatCannotStartRaisesAndTheNextStartTriesAgain) {
+TEST_F(Monitors, MemoryMonitorThatCannotStartIsTriedAgainBehindAShutDown) {
     noThreads();
     EXPECT_EQ(codeOf(MemTraceInit), std::errc::resource_unavailable_try_again);
-    EXPECT_EQ(codeOf(TrafficTraceInit), std::errc::resource_unavailable_try_again);
     EXPECT_EQ(memMonitor, nullptr);
-    EXPECT_EQ(trafficMonitor, nullptr);
-    EXPECT_EQ(codeOf(MemTraceInit), std::errc::resource_unavailable_try_again);
     libn::makeThread = m_makeThread;
-    ini("[mem_trace]\nperiod=1\n[traffic_trace]\nenable=1\nperiod=1\n");
+    ini("[mem_trace]\nperiod=1\n");
     MemTraceInit();
-    TrafficTraceInit();
+    EXPECT_EQ(memMonitor, nullptr);
+    MemTraceShutDown();
+    MemTraceInit();
     waitForLines("Memory report:", 1);
+}
+
+TEST_F(Monitors, TrafficMonitorThatCannotStartIsTriedAgain) {
+    noThreads();
+    EXPECT_EQ(codeOf(TrafficTraceInit), std::errc::resource_unavailable_try_again);
+    EXPECT_EQ(trafficMonitor, nullptr);
+    EXPECT_EQ(codeOf(TrafficTraceInit), std::errc::resource_unavailable_try_again);
+    libn::makeThread = m_makeThread;
+    ini("[traffic_trace]\nenable=1\nperiod=1\n");
+    TrafficTraceInit();
     waitForLines("Traffic report:", 1);
 }
 
@@ -297,6 +321,38 @@ TEST_F(Monitors, StartsAndShutDownsOfManyThreadsLeaveOneMonitorOrNone) {
     TrafficTraceShutDown();
     EXPECT_EQ(memMonitor, nullptr);
     EXPECT_EQ(trafficMonitor, nullptr);
+}
+
+TEST_F(Monitors, TrafficStartThatMeetsAnotherWaitsForTheThread) {
+    ini("[traffic_trace]\nenable=1\nperiod=1\n");
+    holdThreads();
+    std::thread first(TrafficTraceInit);
+    waitWhile(s_making, false);
+    std::atomic<bool> called{false};
+    std::atomic<bool> hadMonitor{false};
+    std::thread second([&] {
+        called = true;
+        TrafficTraceInit();
+        hadMonitor = trafficMonitor != nullptr;
+    });
+    waitWhile(called, false);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // time to come back too early
+    s_mayMake = true;
+    second.join();
+    first.join();
+    EXPECT_TRUE(hadMonitor);
+}
+
+TEST_F(Monitors, MemoryStartThatMeetsAnotherReturnsWhenThatHasBegun) {
+    ini("[mem_trace]\nperiod=1\n");
+    holdThreads();
+    std::thread first(MemTraceInit);
+    waitWhile(s_making, false);
+    MemTraceInit();
+    EXPECT_EQ(memMonitor, nullptr);
+    s_mayMake = true;
+    first.join();
+    EXPECT_NE(memMonitor, nullptr);
 }
 
 TEST(MonitorsDeathTest, ProcessEndsWithBothAlive) {

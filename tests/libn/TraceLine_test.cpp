@@ -4,10 +4,13 @@
 
 #include <locale>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "dw_util/logLine.h"
 #include "support/capturedLog.h"
 #include "support/countedNew.h"
+#include "support/failingMalloc.h"
 #include "vdreader/log.h"
 
 namespace {
@@ -68,4 +71,17 @@ TEST(TraceLine, LevelZeroIsAlwaysWritten) {
     const CapturedLog log;
     libn::TraceLine("p", 0) << 1;
     EXPECT_EQ(log.size(), 1u);
+}
+
+TEST(TraceLine, LineWithoutMemoryIsLostAndTheNextIsWritten) {
+    std::thread([] { // has no line buffer yet
+        const CapturedLog log;
+        {
+            const FailingMalloc failing(kLineBufferSize);
+            libn::TraceLine("lost", 0) << 1;
+        }
+        libn::TraceLine("next", 0) << 2;
+        EXPECT_EQ(log.messages(CapturedLog::events), (std::vector<std::string>{"next:2"}));
+    })
+        .join();
 }

@@ -12,17 +12,21 @@
 #include "platform/process.h"
 #include "platform/thread.h"
 
+// When a start is done: a later one does nothing then, until a shut-down.
+enum class StartIsDone { WhenItBegins, WhenTheThreadRuns };
+
 // `Tracer` derives from libn::Thread, and the three variables are the tracer's own.  Never
 // destroyed, since a host's threads may start and stop monitors as long as they live.
 template <class Tracer>
 class Monitor {
   public:
-    Monitor(std::atomic<bool>& started, std::atomic<bool>& done, std::atomic<Tracer*>& thread)
-        : m_started(started), m_done(done), m_thread(thread) {}
+    Monitor(std::atomic<bool>& started, std::atomic<bool>& done, std::atomic<Tracer*>& thread,
+            StartIsDone isDone)
+        : m_started(started), m_done(done), m_thread(thread), m_isDone(isDone) {}
 
-    // Starts the thread unless there is one.  A call that meets another waits until that has come
-    // to its end.  The call that starts calls `before` first.  What that or the start raises goes
-    // on, and a later call tries again.  The caller holds no lock.
+    // Starts the thread unless there is one.  A call that meets another waits until that is done.
+    // The call that starts calls `before` first.  What that or the start raises goes on; where it
+    // was not done before that, a later call tries again.  The caller holds no lock.
     template <class Before>
     void start(const char* tag, Before before) {
         while (m_started.exchange(true)) {
@@ -32,13 +36,14 @@ class Monitor {
                 return;
         }
         const std::lock_guard guard(m_lock);
+        if (m_isDone == StartIsDone::WhenItBegins)
+            m_done = true;
         try {
             before();
             replace(tag);
         } catch (...) {
-            // Deliberate: a start that failed is none, so that a host without threads to spare
-            // finds its next try made and not told to be running.
-            m_started = false;
+            if (!m_done)
+                m_started = false; // whoever waits for it tries in its place
             throw;
         }
         m_done = true;
@@ -74,6 +79,7 @@ class Monitor {
     std::atomic<bool>& m_started;
     std::atomic<bool>& m_done;
     std::atomic<Tracer*>& m_thread;
+    StartIsDone m_isDone;
 };
 
 // Waits so many seconds, in steps of one, and ends early when `stops` says so.

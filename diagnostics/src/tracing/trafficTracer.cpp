@@ -34,9 +34,11 @@ libn::CS& trafficLock() {
 
 namespace {
 
+// Deliberate: a start that failed is none, and the next call tries again.  A caller that waited for
+// a done start would wait for ever otherwise.
 Monitor<TrafficMonitorThread>& monitor() {
     static const platform::Lasting<Monitor<TrafficMonitorThread>> one(
-        trafficInitStarted, trafficInitDone, trafficMonitor);
+        trafficInitStarted, trafficInitDone, trafficMonitor, StartIsDone::WhenTheThreadRuns);
     return one.get();
 }
 

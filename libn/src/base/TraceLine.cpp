@@ -29,7 +29,8 @@ TraceLine::~TraceLine() {
     try {
         devent(0, "%s", m_stream->str().c_str());
     } catch (...) {
-        // There is no memory for a line, and a destructor has nobody to tell.
+        // Deliberate: where there is no memory for a line it is lost.  Its callers stand in the
+        // middle of work on files that they would leave half done.
     }
 }
 
