@@ -60,7 +60,7 @@ void beginFailure(const char* letter, const char* file, std::int32_t line, const
 void putSystemFailure(std::uint32_t code, const char* file, std::int32_t line, const char* format,
                       std::va_list arguments) {
     beginFailure("O", file, line, format, arguments);
-    char reason[512];
+    char reason[kLineSize];
     platform::systemErrorText(code, reason, sizeof reason);
     aprintf(" OS error description: [%d] [%s].", static_cast<int>(code), reason);
     finish(logSinks.errors);
@@ -69,7 +69,7 @@ void putSystemFailure(std::uint32_t code, const char* file, std::int32_t line, c
 void putSocketFailure(std::uint32_t code, const char* file, std::int32_t line, const char* format,
                       std::va_list arguments) {
     beginFailure("S", file, line, format, arguments);
-    char reason[512];
+    char reason[kLineSize];
     platform::systemErrorText(code, reason, sizeof reason);
     // Deliberate: no blank in front.  Filters of the family's operators match the line as it is.
     aprintf("OS error description: %s.", reason);

@@ -43,7 +43,7 @@ Error makeSystemError(const char* file, std::int32_t line, std::uint32_t (*readC
     formatText(message, sizeof message, format, arguments);
     // Deliberate: the error is read behind the formatting, which may change it.  Formats of the
     // family count on the reason that is current when the text is finished.
-    char reason[512];
+    char reason[kTextRoom];
     platform::systemErrorText(readCode(), reason, sizeof reason);
     // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral): both layouts stand below.
     std::snprintf(error.text, kTextRoom, layout, error.file, line, message, reason);

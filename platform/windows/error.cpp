@@ -23,7 +23,8 @@ std::uint32_t lastSocketError() noexcept {
 void systemErrorText(std::uint32_t code, char* out, std::size_t size) noexcept {
     if (size == 0)
         return;
-    char scratch[512];
+    // A text that does not fit is not cut but refused, so there is room for more than any has.
+    char scratch[4096];
     DWORD length = ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
                                     nullptr, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
                                     scratch, sizeof scratch, nullptr);
