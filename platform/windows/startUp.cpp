@@ -25,6 +25,7 @@ ThreadKeys::~ThreadKeys() {
 SocketLibrary::SocketLibrary() noexcept {
     WSADATA details = {};
     m_error = static_cast<std::uint32_t>(::WSAStartup(MAKEWORD(2, 0), &details));
+    m_version = m_error == 0 ? details.wVersion : WORD{0};
 }
 
 SocketLibrary::~SocketLibrary() {

@@ -19,6 +19,7 @@
 #include "support/failingMalloc.h"
 #include "support/raised.h"
 #include "support/scopedCalls.h"
+#include "support/timeZone.h"
 #include "vdreader/errors.hpp"
 #include "vdreader/log.h"
 
@@ -83,6 +84,15 @@ TEST(LogLine, HeaderTellsTimeProcessThreadAndBanner) {
     beginLine();
     aputHeader("9");
     EXPECT_EQ(line(), "9:  7 Feb 26 (Sat) 04:05:06.009 (" + identity() + "): [banner]");
+}
+
+TEST(LogLine, HeaderTellsLocalTime) {
+    setTimeZone("XYZ-3"); // three hours ahead
+    const ScopedCalls calls;
+    platform::calls.wallClock = [] { return platform::WallTime{1'700'000'000, 1}; };
+    beginLine();
+    aputHeader("V");
+    EXPECT_EQ(line(), "V: 15 Nov 23 (Wed) 01:13:20.001 (" + identity() + "): ");
 }
 
 TEST(LogLine, HeaderHoldsTheMarkBehindAThirdColon) {
@@ -284,6 +294,24 @@ TEST(LogLine, BufferThatCannotBeHadIsRaisedAndTheNextCallWorks) {
         const CapturedLog log;
         event("x");
         EXPECT_EQ(log.lines(CapturedLog::events).size(), 1u);
+    }).join();
+}
+
+TEST(LogLine, MarkThatCannotBeHadIsRaisedAndTheNextCallWorks) {
+    std::thread([] {
+        for (void (*const call)() : {+[] { getsmark(); }, +[] { util_set_mark("x"); }}) {
+            const FailingMalloc failing(8);
+            const auto error = raised<COSError>(call);
+            ASSERT_TRUE(error);
+            EXPECT_NE(
+                std::string(error->what()).find("Can't allocate memory at Common/src/dw_util:"),
+                std::string::npos);
+            EXPECT_NE(std::string(error->what()).find("Required size 8."), std::string::npos);
+            EXPECT_STREQ(error->file, "libn/src/dwmini");
+            EXPECT_EQ(error->line, 151);
+        }
+        util_set_mark("x");
+        EXPECT_STREQ(getsmark(), "x");
     }).join();
 }
 

@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -12,6 +15,9 @@
 #include <vector>
 
 #include "diagnostics/logLines.h"
+#include "dw_util/logLine.h"
+#include "libn/Thread.h"
+#include "support/capturedLog.h"
 #include "support/faults.h"
 #include "support/programFolder.h"
 #include "support/raised.h"
@@ -121,14 +127,17 @@ TEST_F(SeTranslator, ReportsNotifiesAndThrows) {
 
 TEST_F(SeTranslator, RpcErrorLeavesAWarningAlone) {
     loadService();
-    init_eventlog(nullptr, nullptr, nullptr);
+    const CapturedLog log;
     const auto error = translated(1723);
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code, 1723);
     EXPECT_TRUE(notices().empty());
-    const std::vector<std::string> written = lines();
-    EXPECT_EQ(count(written, "RPC error 0x000006BB"), 1);
-    EXPECT_EQ(count(written, "Exception report"), 0);
+    EXPECT_EQ(log.messages(CapturedLog::errors),
+              (std::vector<std::string>{"Running " + std::string(getappname()) +
+                                        ": Warning: RPC error 0x000006BB"}));
+    for (const std::string& line : log.lines(CapturedLog::errors))
+        EXPECT_EQ(line.rfind("W: ", 0), 0u) << line;
+    EXPECT_EQ(log.size(), 1u);
 }
 
 TEST_F(SeTranslator, OtherRpcCodesAreReported) {
@@ -171,6 +180,40 @@ TEST_F(SeTranslator, FaultOfAThreadBecomesAnError) {
     const std::vector<std::string> written = lines();
     EXPECT_EQ(count(written, "Exception report"), 2);
     EXPECT_GE(count(written, "[CallStack]"), 2);
+}
+
+namespace {
+
+class FaultingThread : public libn::Thread {
+  public:
+    ~FaultingThread() override { stop(); }
+    void run() override { faults::divideByZero(); }
+    const void* tagAddress() const { return &data->tag; }
+};
+
+} // namespace
+
+TEST_F(SeTranslator, FaultEndsAThreadOfTheLibraryWithItsReport) {
+    loadService();
+    SetDebugLevel(5);
+    char tag[17];
+    {
+        FaultingThread thread;
+        std::snprintf(
+            tag, sizeof tag, "%016llX",
+            static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(thread.tagAddress())));
+        thread.start();
+        while (notices().empty()) // the translator has reported
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    SetDebugLevel(0);
+    const std::vector<std::string> written = lines();
+    EXPECT_EQ(count(written, "Exception report"), 1);
+    const std::string failure = "libn::threadFunc:m_tag<" + std::string(tag) +
+                                ">e.GetErrorDesc()<Exception 0xC0000094 occurred at address 0x";
+    EXPECT_EQ(count(written, failure), 1);
+    ASSERT_FALSE(written.empty());
+    EXPECT_EQ(written.back(), "Thread finished.");
 }
 
 TEST_F(SeTranslator, StackOverflowIsReportedToo) {

@@ -70,6 +70,20 @@ TEST_F(ExcFilter, ReportComesInOrder) {
               static_cast<std::ptrdiff_t>(written.size()) - 2);
 }
 
+// Other than the stack between them: an event may be lost with the process.
+TEST_F(ExcFilter, HeadTextAndEndAreWrittenThrough) {
+    const CapturedLog log;
+    MadeException exception(0xC0000094);
+    sExceptionPointers pointers = {&exception.record, nullptr};
+    ExcFilterI(&pointers);
+    EXPECT_EQ(log.messages(CapturedLog::exceptions),
+              (std::vector<std::string>{kHead, exceptionText(&pointers), kEnd}));
+    for (const std::string& line : log.lines(CapturedLog::exceptions))
+        EXPECT_EQ(line.rfind("F: ", 0), 0u) << line;
+    EXPECT_FALSE(log.lines(CapturedLog::events).empty());
+    EXPECT_EQ(withoutStack(log.messages(CapturedLog::events)), std::vector<std::string>{});
+}
+
 TEST_F(ExcFilter, LinesOfTheDumpComeFirstWhereALogIsOpen) {
     m_program.write("sarn.ini", "[dumps]\nauto=1\n");
     init_eventlog(nullptr, nullptr, nullptr);

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #ifdef _WIN32
+#  include <winsock2.h>
+
 #  include <windows.h>
 #endif
 
@@ -76,6 +78,35 @@ TEST(StartUp, SocketsCanBeMadeFromTheLoadOn) {
         reinterpret_cast<Make>(function("socket"))(kInternet, kDatagrams, 0);
     EXPECT_NE(socket, ~std::uintptr_t{0}) << ::GetLastError();
     EXPECT_EQ(reinterpret_cast<Close>(function("closesocket"))(socket), 0);
+}
+#endif
+
+#ifdef _WIN32
+namespace {
+
+// How often the sockets were started and not given back.
+int startsOfTheSockets() {
+    int starts = 0;
+    while (::WSACleanup() == 0)
+        ++starts;
+    for (int i = 0; i < starts; ++i) {
+        WSADATA details;
+        ::WSAStartup(MAKEWORD(2, 0), &details);
+    }
+    return starts;
+}
+
+} // namespace
+
+TEST(StartUp, SocketsAreThoseOfVersionTwoAndAreGivenBack) {
+    EXPECT_EQ(startUp().socketLibrary().version(), MAKEWORD(2, 0));
+    const int starts = startsOfTheSockets();
+    EXPECT_GE(starts, 1);
+    {
+        const platform::SocketLibrary another;
+        EXPECT_EQ(startsOfTheSockets(), starts + 1);
+    }
+    EXPECT_EQ(startsOfTheSockets(), starts);
 }
 #endif
 

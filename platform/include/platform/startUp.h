@@ -37,9 +37,12 @@ class SocketLibrary {
 
     // 0, or the reason why the library is not there.
     std::uint32_t error() const noexcept { return m_error; }
+    // The version that is spoken, major in the low byte; 0 where there is no library.
+    std::uint16_t version() const noexcept { return m_version; }
 
   private:
     std::uint32_t m_error = 0;
+    std::uint16_t m_version = 0;
 };
 
 // Nanoseconds of a clock that only rises, from a start of its own (QueryPerformanceCounter).
