@@ -53,7 +53,7 @@ TEST(ExceptionTable, InstructionsOutsideAllRowsAreSilent) {
 
 TEST(ExceptionTable, CleanupsPassAndHandlersCatch) {
     // Actions: at 1 a cleanup, at 3 a handler, at 5 a cleanup and then the handler at 3 (the
-    // distance counts from its own place), at 7 an exception specification.
+    // distance counts from its own place), at 7 a list of exceptions that may pass.
     const Bytes actions = {0, 0, 1, 0, 0, 0x7d, 0x7f, 0};
     const Bytes rows = {0, 1, 9, 0, 1, 1, 9, 1, 2, 1, 9, 3, 3, 1, 9, 5, 4, 1, 9, 7};
     const Bytes table = tableOf(rows, actions);
